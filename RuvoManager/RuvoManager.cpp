@@ -1,0 +1,110 @@
+#include "RuvoManager/RuvoManager.h"
+
+#include <filesystem>
+#include <system_error>
+
+#include "host/log_interface.h"
+
+namespace {
+
+// Missing directories are made with their parents; a failure shows later, at write time.
+void ensureDirectory(const std::string& path) {
+    if (path.empty()) return;
+    std::error_code ec;
+    if (!std::filesystem::exists(path, ec)) std::filesystem::create_directories(path, ec);
+}
+
+}  // namespace
+
+RuvoManager& RuvoManager::getInstance() {
+    // Lives until process end: modules, threads and host callbacks may outlast static teardown.
+    static std::once_flag once;
+    static RuvoManager* instance = nullptr;
+    std::call_once(once, [] { instance = new RuvoManager(); });
+    return *instance;
+}
+
+RuvoManager::RuvoManager() {
+    registReceiver(this);
+    calmasterInterface::calmasterSdk_init();
+}
+
+RuvoManager::~RuvoManager() {
+    unRegistReceiver(this);
+    applets.clear();
+}
+
+MpRuvo* RuvoManager::createApplet(const std::string& name, AppletType type) {
+    if (MpRuvo* existing = getApplet(name)) {
+        log_interface::log_warn("createApplet() applet %s already exist", name.c_str());
+        return existing;
+    }
+    auto applet = std::make_shared<MpRuvo>();
+    const std::string project = getProjectPath();
+    applet->setType(type);
+    applet->setMpName(name);
+    applet->setCodePath(project + "/" + name + "_code/");
+    applet->setExportPath(project + "/" + name + "_mp/");
+    ensureDirectory(applet->getCodePath());
+    ensureDirectory(applet->getExportPath());
+    {
+        std::lock_guard<std::mutex> lock(appletsMutex);
+        applets[name] = applet;
+    }
+    return applet.get();
+}
+
+MpRuvo* RuvoManager::loadApplet(const std::string& configPath) {
+    auto applet = std::make_shared<MpRuvo>();
+    std::string name;
+    if (applet->deserilize(configPath)) {
+        // The file lies in the code directory, which lies in the project.
+        std::string project =
+            std::filesystem::path(configPath).parent_path().parent_path().generic_string();
+        if (project.empty()) project = ".";
+        name = applet->getMpName();
+        applet->setCodePath(project + "/" + name + "_code/");
+        applet->setExportPath(project + "/" + name + "_mp/");
+        ensureDirectory(applet->getCodePath());
+        ensureDirectory(applet->getExportPath());
+        applets[name] = applet;
+    }
+    const auto it = applets.find(name);
+    return it == applets.end() ? nullptr : getApplet(name);
+}
+
+void RuvoManager::deleteApplet(const std::string& name) {
+    std::lock_guard<std::mutex> lock(appletsMutex);
+    applets.erase(name);
+}
+
+MpRuvo* RuvoManager::getApplet(const std::string& name) {
+    const auto it = applets.find(name);
+    return it == applets.end() ? nullptr : it->second.get();
+}
+
+std::string RuvoManager::getAppletMainPort(const std::string& name) {
+    const std::shared_ptr<MpRuvo>& applet = applets[name];
+    return applet ? applet->getMainPort() : std::string();
+}
+
+std::vector<std::string> RuvoManager::getAppletNameList() {
+    std::lock_guard<std::mutex> lock(appletsMutex);
+    std::vector<std::string> names;
+    names.reserve(applets.size());
+    for (const auto& entry : applets) names.push_back(entry.first);
+    return names;
+}
+
+std::map<void*, std::pair<std::string, std::string>> RuvoManager::getLoadRuvoFuns(int) {
+    // Modules are loaded from the module-loading step on; until then nothing is exported.
+    return {};
+}
+
+void RuvoManager::beforeStartup() {}
+void RuvoManager::onStartup(std::list<int>, std::list<int>) {}
+void RuvoManager::onShutdown() {}
+void RuvoManager::onFindDeviceSuccess(const std::map<DevType, int>&) {}
+void RuvoManager::onPackageRecv(const CanPackage*, int) {}
+void RuvoManager::onSortPackageRecv(const CanPackage*, int) {}
+void RuvoManager::prePackageSend(std::list<CanPackage>&) {}

@@ -1,0 +1,51 @@
+#pragma once
+// The process-wide registry of applets and the host's bus listener.
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "host/sdk_receiver.h"
+#include "model/MpRuvo.h"
+
+class RUVO_API RuvoManager : public ISDKReceiver {
+public:
+    static RuvoManager& getInstance();
+
+    RuvoManager(const RuvoManager&) = delete;
+    RuvoManager& operator=(const RuvoManager&) = delete;
+
+    // An existing name returns the existing applet and ignores `type`.
+    MpRuvo* createApplet(const std::string& name, AppletType type);
+    // Loads a config file and registers the applet under the file's "name"; null on failure.
+    MpRuvo* loadApplet(const std::string& configPath);
+    void deleteApplet(const std::string& name);
+    MpRuvo* getApplet(const std::string& name);
+    // Creates an empty registry entry for an unknown name, as callers of this query expect.
+    std::string getAppletMainPort(const std::string& name);
+    void setProjectPath(const std::string& path) { projectPath = path; }
+    std::string getProjectPath() const { return projectPath; }
+    std::vector<std::string> getAppletNameList();
+    // Exported handlers of loaded applets of one sub type: address to (applet, function).
+    std::map<void*, std::pair<std::string, std::string>> getLoadRuvoFuns(int subType);
+
+    // ISDKReceiver
+    void beforeStartup() override;
+    void onStartup(std::list<int> channels, std::list<int> devices) override;
+    void onShutdown() override;
+    void onFindDeviceSuccess(const std::map<DevType, int>& devices) override;
+    void onPackageRecv(const CanPackage* packages, int count) override;
+    void onSortPackageRecv(const CanPackage* packages, int count) override;
+    void prePackageSend(std::list<CanPackage>& packages) override;
+
+private:
+    RuvoManager();
+    ~RuvoManager() override;
+
+    std::map<std::string, std::shared_ptr<MpRuvo>> applets;
+    std::string projectPath;
+    std::mutex appletsMutex;
+};

@@ -1,0 +1,38 @@
+#pragma once
+// The ruvo command: a registry of sub-commands, each a small function.
+
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace cli {
+
+// Raised for wrong arguments; main prints the command's usage and exits with 2.
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+using Args = std::vector<std::string>;
+
+struct Command {
+    const char* name;
+    const char* usage;    // arguments, after the command name
+    const char* summary;  // one line
+    std::function<int(const Args&)> run;
+};
+
+// Each commands_*.cpp adds its commands here.
+std::vector<Command>& registry();
+
+struct Registrar {
+    explicit Registrar(Command c) { registry().push_back(std::move(c)); }
+};
+
+// Opens PROJECT/APPLET_code/appletCfg.ruvo into the manager; raises runtime_error if absent.
+std::string openApplet(const std::string& project, const std::string& applet);
+std::string configPath(const std::string& project, const std::string& applet);
+// Prints the applet's model readably.
+void showApplet(const std::string& applet);
+
+}  // namespace cli

@@ -1,0 +1,198 @@
+// Commands that create, list and show applets.
+
+#include <cstdio>
+#include <filesystem>
+#include <set>
+
+#include "RuvoManager/ruvo_sdk.h"
+#include "apps/ruvo/cli.h"
+#include "model/type_names.h"
+
+namespace cli {
+
+std::string configPath(const std::string& project, const std::string& applet) {
+    return project + "/" + applet + "_code/appletCfg.ruvo";
+}
+
+std::string openApplet(const std::string& project, const std::string& applet) {
+    const std::string path = configPath(project, applet);
+    if (!std::filesystem::exists(path)) {
+        throw std::runtime_error("no applet \"" + applet + "\" in " + project + " (" + path +
+                                 " does not exist)");
+    }
+    ruvo_sdk::initRuvo(project.c_str());
+    char name[128] = {0};
+    if (ruvo_sdk::loadRuvo(path.c_str(), name) != 0 || name[0] == '\0') {
+        throw std::runtime_error(path + " is not a valid applet file");
+    }
+    return name;
+}
+
+namespace {
+
+const char* subTypeName(int subType) {
+    switch (subType) {
+        case RFT_MAIN_RUN: return "main run";
+        case RFT_ALL_CODE: return "all code";
+        case RFT_GLOBAL_DEFINE: return "global definitions";
+        case RFT_TIMER: return "timer";
+        case RFT_VAR_CHANGED: return "variable change";
+        case RFT_SELF_DEFINE: return "self-defined";
+        case RFT_PROGRAM_START: return "measurement start";
+        case RFT_PROGRAM_STOP: return "measurement stop";
+        case RFT_KEYBOARD: return "keyboard";
+        case RFT_CAN_RECV: return "CAN received";
+        case RFT_CAN_PRE_SEND: return "CAN before send";
+        case RFT_CAN_SEND: return "CAN sent";
+        case RFT_PREV_EVENT: return "before event";
+        case RFT_POST_EVENT: return "after event";
+        default: return "?";
+    }
+}
+
+std::string joined(const std::vector<std::string>& items, const char* sep) {
+    std::string out;
+    for (const auto& s : items) {
+        if (!out.empty()) out += sep;
+        out += s;
+    }
+    return out;
+}
+
+template <typename C>
+std::vector<std::string> asVector(const C& c) {
+    return std::vector<std::string>(c.begin(), c.end());
+}
+
+void printIdMap(const char* title, const std::map<std::string, u64>& map) {
+    for (const auto& e : map) {
+        std::printf("  %-14s %-20s id 0x%llX\n", title, e.first.c_str(),
+                    static_cast<unsigned long long>(e.second));
+    }
+}
+
+}  // namespace
+
+void showApplet(const std::string& name) {
+    MpRuvo* a = RuvoManager::getInstance().getApplet(name);
+    if (a == nullptr) throw std::runtime_error("no applet \"" + name + "\"");
+    std::printf("applet     %s\n", a->getMpName().c_str());
+    std::printf("type       %d\n", a->getType());
+    std::printf("edit mode  %d (%s)\n", a->getEditType(),
+                a->getEditType() == RET_ALL_CODE ? "all-code text" : "per function");
+    std::printf("code dir   %s\n", a->getCodePath().c_str());
+    std::printf("module     %s\n", a->getMpDllFullPath().c_str());
+    const std::string mainPort = a->getMainPort();
+    std::printf("main       %s\n", mainPort.empty() ? "(none)" : mainPort.c_str());
+
+    const auto vars = a->getGlobalVarList();
+    std::printf("\nvariables (%zu)\n", vars.size());
+    for (const auto& v : vars) {
+        std::printf("  %s%s%s%s\n", v.isConst ? "const " : "", v.getDefine().c_str(),
+                    v.desc[0] ? "// " : "", v.desc);
+    }
+
+    const auto funcs = a->getMpFuncs();
+    std::printf("\nfunctions (%zu)\n", funcs.size());
+    for (const auto& f : funcs) {
+        std::printf("  [%d %s] %s\n", f.getSubType(), subTypeName(f.getSubType()),
+                    f.getFunDefCode(false).c_str());
+        if (f.getAdditionCount() > 0) {
+            std::printf("      additions: %s\n", joined(f.getAdditions(), ", ").c_str());
+        }
+        const auto deps = asVector(f.getDependFuncs());
+        if (!deps.empty()) std::printf("      depends on: %s\n", joined(deps, ", ").c_str());
+        const auto heads = asVector(f.getDependHead());
+        if (!heads.empty()) std::printf("      headers: %s\n", joined(heads, ", ").c_str());
+        std::string body = f.getBodyCode();
+        while (!body.empty() && body.back() == '\n') body.pop_back();
+        size_t start = 0;
+        while (start <= body.size() && !body.empty()) {
+            const size_t end = body.find('\n', start);
+            std::printf("      | %s\n", body.substr(start, end - start).c_str());
+            if (end == std::string::npos) break;
+            start = end + 1;
+        }
+    }
+
+    std::printf("\nbindings\n");
+    bool any = false;
+    for (const auto& e : a->getKeyboardEvents()) {
+        std::printf("  %-14s %-20s keys %s\n", "shortcut", e.first.c_str(),
+                    joined(asVector(e.second), "+").c_str());
+        any = true;
+    }
+    printIdMap("CAN receive", a->getRecvCANId());
+    printIdMap("CAN pre-send", a->getPreSendCANId());
+    printIdMap("CAN sent", a->getSendCANId());
+    for (const auto& e : a->getTimers()) {
+        std::printf("  %-14s %-20s every %llu ms\n", "timer", e.first.c_str(),
+                    static_cast<unsigned long long>(e.second));
+    }
+    any = any || !a->getRecvCANId().empty() || !a->getPreSendCANId().empty() ||
+          !a->getSendCANId().empty() || !a->getTimers().empty();
+    if (!any) std::printf("  (none)\n");
+}
+
+namespace {
+
+void requireCount(const Args& args, size_t n) {
+    if (args.size() != n) throw UsageError("expected " + std::to_string(n) + " arguments");
+}
+
+int cmdNew(const Args& args) {
+    requireCount(args, 2);
+    const std::string& project = args[0];
+    const std::string& name = args[1];
+    if (name.empty() || name.find('/') != std::string::npos) {
+        throw UsageError("an applet name must be non-empty and without '/'");
+    }
+    if (std::filesystem::exists(configPath(project, name))) {
+        throw std::runtime_error("applet \"" + name + "\" already exists in " + project);
+    }
+    ruvo_sdk::initRuvo(project.c_str());
+    if (ruvo_sdk::createRuvo(name.c_str(), AT_TOOL) != 0) {
+        throw std::runtime_error("cannot create applet \"" + name + "\"");
+    }
+    if (ruvo_sdk::serilize(name.c_str(), "") != 0 ||
+        !std::filesystem::exists(configPath(project, name))) {
+        throw std::runtime_error("cannot write " + configPath(project, name));
+    }
+    std::printf("created %s\n", configPath(project, name).c_str());
+    return 0;
+}
+
+int cmdList(const Args& args) {
+    requireCount(args, 1);
+    const std::string& project = args[0];
+    std::error_code ec;
+    std::filesystem::directory_iterator it(project, ec);
+    if (ec) throw std::runtime_error("cannot read project " + project + ": " + ec.message());
+    std::set<std::string> names;
+    for (const auto& entry : it) {
+        const std::string dir = entry.path().filename().string();
+        const std::string suffix = "_code";
+        if (!entry.is_directory() || dir.size() <= suffix.size() ||
+            dir.compare(dir.size() - suffix.size(), suffix.size(), suffix) != 0) {
+            continue;
+        }
+        if (std::filesystem::exists(entry.path() / "appletCfg.ruvo")) {
+            names.insert(dir.substr(0, dir.size() - suffix.size()));
+        }
+    }
+    for (const auto& n : names) std::printf("%s\n", n.c_str());
+    return 0;
+}
+
+int cmdShow(const Args& args) {
+    requireCount(args, 2);
+    showApplet(openApplet(args[0], args[1]));
+    return 0;
+}
+
+Registrar rNew({"new", "PROJECT APPLET", "create an applet and write its config file", cmdNew});
+Registrar rList({"list", "PROJECT", "list the applets of a project", cmdList});
+Registrar rShow({"show", "PROJECT APPLET", "print an applet's model", cmdShow});
+
+}  // namespace
+}  // namespace cli

@@ -1,0 +1,5 @@
+#pragma once
+// Everything the simulated workstation offers, in one include.
+
+#include "host/log_interface.h"
+#include "host/sdk_receiver.h"

@@ -1,0 +1,395 @@
+#include "model/MpRuvo.h"
+
+#include <cjson/cJSON.h>
+
+#include <cstdio>
+#include <stdexcept>
+
+#include "host/log_interface.h"
+#include "model/json_util.h"
+#include "model/text_file.h"
+#include "model/type_names.h"
+
+namespace {
+
+const char* const kRecvPrefix = "on_can_rx_";
+const char* const kPreSendPrefix = "on_can_pretx_";
+const char* const kSendPrefix = "on_can_tx_";
+const char* const kShortcutPrefix = "on_shortcut_";
+// A rename writes this tail; "0x123" is literal template text, not the bound id.
+const char* const kRenamedCanTail = "(const PKelnCan ACAN) { try { // 针对标识符 = 0x123";
+const char* const kRenamedKeyTail = "(const s32 AShortcut) { try { // 快捷键 ";
+
+std::string timerFunName(const std::string& key) { return "on_" + key + "_timer"; }
+
+void addIdArray(cJSON* root, const char* key, const std::map<std::string, u64>& map) {
+    cJSON* array = cJSON_CreateArray();
+    for (const auto& entry : map) {
+        const std::string text = entry.first + ":" + std::to_string(entry.second);
+        cJSON_AddItemToArray(array, cJSON_CreateString(text.c_str()));
+    }
+    cJSON_AddItemToObject(root, key, array);
+}
+
+// Entries add to what the map holds. "key:value"; the value goes through stoll and so
+// raises the standard conversion errors for a malformed entry.
+bool readIdArray(const cJSON* root, const char* key, std::map<std::string, u64>& map) {
+    const cJSON* array = cJSON_GetObjectItem(root, key);
+    if (array == nullptr) return false;
+    const int n = cJSON_GetArraySize(array);
+    for (int i = 0; i < n; ++i) {
+        const cJSON* item = cJSON_GetArrayItem(array, i);
+        if (!cJSON_IsString(item) || item->valuestring == nullptr) {
+            throw ruvo::ConfigError(std::string("key \"") + key + "\" holds a non-string");
+        }
+        const std::string entry = item->valuestring;
+        const size_t colon = entry.find(':');
+        const std::string left = entry.substr(0, colon);
+        const std::string right = colon == std::string::npos ? std::string() : entry.substr(colon + 1);
+        try {
+            map[left] = static_cast<u64>(std::stoll(right, nullptr, 10));
+        } catch (const std::invalid_argument&) {
+            throw std::invalid_argument(std::string("key \"") + key + "\": entry \"" + entry +
+                                        "\" has no number after ':' (stoll)");
+        } catch (const std::out_of_range&) {
+            throw std::out_of_range(std::string("key \"") + key + "\": entry \"" + entry +
+                                    "\" is out of range (stoll)");
+        }
+    }
+    return true;
+}
+
+std::string hexLower(u64 value) {
+    char buffer[32];
+    std::snprintf(buffer, sizeof(buffer), "%llx", static_cast<unsigned long long>(value));
+    return buffer;
+}
+
+}  // namespace
+
+MpRuvo::MpRuvo() : MpInfo(AT_INVALID) {}
+
+void MpRuvo::clearContent() {
+    if (isValid()) InitCode();
+}
+
+// ---- config file ----
+
+bool MpRuvo::serilize(std::string& text) const {
+    ruvo::JsonPtr root(cJSON_CreateObject());
+    if (!root) return false;
+    MpInfo::serilize(root.get());
+    cJSON_AddNumberToObject(root.get(), "editType", editType);
+    serilizeKeyboardEvents(root.get());
+    serilizeRecvCANIds(root.get());
+    serilizeSendCANIds(root.get());
+    serilizePreSendCANIds(root.get());
+    serilizeTimers(root.get());
+    text = ruvo::printJson(root.get());
+    return !text.empty();
+}
+
+void MpRuvo::serilizeKeyboardEvents(cJSON* root) const {
+    cJSON* events = cJSON_CreateObject();
+    for (const auto& entry : keyboardEvents) {
+        cJSON* parts = cJSON_CreateArray();
+        for (const auto& p : entry.second) cJSON_AddItemToArray(parts, cJSON_CreateString(p.c_str()));
+        cJSON_AddItemToObject(events, entry.first.c_str(), parts);
+    }
+    cJSON_AddItemToObject(root, "keyboardEvents", events);
+}
+
+void MpRuvo::serilizeRecvCANIds(cJSON* root) const { addIdArray(root, "recvCANIds", recvCANIds); }
+void MpRuvo::serilizeSendCANIds(cJSON* root) const { addIdArray(root, "sendCANIds", sendCANIds); }
+void MpRuvo::serilizePreSendCANIds(cJSON* root) const {
+    addIdArray(root, "preSendCANIds", preSendCANIds);
+}
+void MpRuvo::serilizeTimers(cJSON* root) const { addIdArray(root, "timers", timers); }
+
+bool MpRuvo::serialize(const std::string& path) {
+    if (!isValid()) return false;
+    std::string text;
+    if (!serilize(text)) return false;
+    const std::string target = path.empty() ? getCodePath() + "appletCfg.ruvo" : path;
+    std::string error;
+    switch (ruvo::writeFileAtomically(target, text, error)) {
+        case ruvo::WriteResult::Written:
+            return true;
+        case ruvo::WriteResult::OpenFailed:
+            // The caller is told success for a file that cannot be opened; say why here.
+            log_interface::log_warn("serialize(): %s", error.c_str());
+            return true;
+        case ruvo::WriteResult::WriteFailed:
+            log_interface::log_error("serialize(): %s", error.c_str());
+            return false;
+    }
+    return false;
+}
+
+void MpRuvo::deseralize(const std::string& text) {
+    ruvo::JsonPtr root(cJSON_Parse(text.c_str()));
+    MpInfo::deseralize(root.get());
+    if (const cJSON* e = cJSON_GetObjectItem(root.get(), "editType")) {
+        editType = static_cast<_RuvoEditType>(e->valueint);
+    }
+    deseralizeKeyboardEvents(root.get());
+    deseralizeRecvCANIds(root.get());
+    deseralizeSendCANIds(root.get());
+    deseralizePreSendCANIds(root.get());
+    deseralizeTimers(root.get());
+}
+
+bool MpRuvo::deseralizeKeyboardEvents(const cJSON* root) {
+    const cJSON* events = cJSON_GetObjectItem(root, "keyboardEvents");
+    if (events == nullptr) return false;
+    for (const cJSON* member = events->child; member != nullptr; member = member->next) {
+        if (member->string == nullptr) continue;
+        const int n = cJSON_GetArraySize(member);
+        for (int i = 0; i < n; ++i) {
+            const cJSON* part = cJSON_GetArrayItem(member, i);
+            if (!cJSON_IsString(part) || part->valuestring == nullptr) {
+                throw ruvo::ConfigError(std::string("keyboardEvents \"") + member->string +
+                                        "\" holds a non-string");
+            }
+            keyboardEvents[member->string].push_back(part->valuestring);
+        }
+    }
+    return true;
+}
+
+bool MpRuvo::deseralizeRecvCANIds(const cJSON* root) { return readIdArray(root, "recvCANIds", recvCANIds); }
+bool MpRuvo::deseralizeSendCANIds(const cJSON* root) { return readIdArray(root, "sendCANIds", sendCANIds); }
+bool MpRuvo::deseralizePreSendCANIds(const cJSON* root) {
+    return readIdArray(root, "preSendCANIds", preSendCANIds);
+}
+bool MpRuvo::deseralizeTimers(const cJSON* root) { return readIdArray(root, "timers", timers); }
+
+bool MpRuvo::deserilize(const std::string& path) {
+    std::string text;
+    if (!ruvo::readWholeFile(path, text)) return false;
+    {
+        ruvo::JsonPtr probe(cJSON_Parse(text.c_str()));
+        if (!probe) {
+            const char* near = cJSON_GetErrorPtr();
+            log_interface::log_error("%s is not valid JSON (near \"%.32s\"); the applet is invalid",
+                                     path.c_str(), near ? near : "");
+        }
+    }
+    // A fault half-way through must not leave a half-loaded applet behind.
+    const MpInfo savedInfo = *this;
+    const auto savedKeys = keyboardEvents;
+    const auto savedRecv = recvCANIds, savedSend = sendCANIds, savedPre = preSendCANIds;
+    const auto savedTimers = timers;
+    const _RuvoEditType savedEdit = editType;
+    auto restore = [&] {
+        static_cast<MpInfo&>(*this) = savedInfo;
+        keyboardEvents = savedKeys;
+        recvCANIds = savedRecv;
+        sendCANIds = savedSend;
+        preSendCANIds = savedPre;
+        timers = savedTimers;
+        editType = savedEdit;
+    };
+    try {
+        deseralize(text);
+    } catch (const ruvo::ConfigError& e) {
+        restore();
+        throw ruvo::ConfigError(path + ": " + e.what());
+    } catch (const std::invalid_argument& e) {
+        restore();
+        throw std::invalid_argument(path + ": " + e.what());
+    } catch (const std::out_of_range& e) {
+        restore();
+        throw std::out_of_range(path + ": " + e.what());
+    } catch (...) {
+        restore();
+        throw;
+    }
+    return true;
+}
+
+// ---- bindings ----
+
+void MpRuvo::insertAdditions(std::string funcPrefix, std::string key, u64 value) {
+    if (!isValid()) return;
+    if (RuvoFunction* f = findFuncPtr(funcPrefix + key)) f->setAdditions({key, hexLower(value)});
+}
+
+void MpRuvo::insertAdditions(std::string funcPrefix, std::string key, std::list<std::string> parts) {
+    if (!isValid()) return;
+    RuvoFunction* f = findFuncPtr(funcPrefix + key);
+    if (f == nullptr) return;
+    std::string joined;
+    for (const auto& p : parts) {
+        if (!joined.empty()) joined += "+";
+        joined += p;
+    }
+    f->setAdditions({key, joined});
+}
+
+int MpRuvo::insertCanBinding(std::map<std::string, u64>& map, const char* prefix,
+                             _RuvoFuncType subType, const std::string& key, u64 id) {
+    map.erase(key);
+    map.emplace(key, id);
+    const RuvoFunction f = createFunc(prefix + key, subType, {});
+    if (!f.isValid()) return -1;
+    addMpFunction(f);
+    insertAdditions(prefix, key, id);
+    return 0;
+}
+
+int MpRuvo::updateCanBinding(std::map<std::string, u64>& map, const char* prefix,
+                             const std::string& oldKey, const std::string& newKey, u64 id) {
+    auto entry = map.find(oldKey);
+    if (entry == map.end()) return -1;
+    RuvoFunction* old = findFuncPtr(prefix + oldKey);
+    if (old != nullptr) old->clearAdditions();
+    if (oldKey == newKey) {
+        entry->second = id;
+    } else {
+        map.erase(entry);
+        map.emplace(newKey, id);
+        if (old != nullptr) {
+            RuvoFunction copy = *old;
+            removeMpFunc(prefix + oldKey);
+            copy.setName(prefix + newKey);
+            copy.setForwardCode("void " + copy.getName() + kRenamedCanTail);
+            addMpFunction(copy);
+        }
+    }
+    insertAdditions(prefix, newKey, id);
+    return 0;
+}
+
+void MpRuvo::removeCanBinding(std::map<std::string, u64>& map, const std::string& key) {
+    map.erase(key);
+    // By the key, not the function name: the event function stays unless the caller names it.
+    removeMpFunc(key);
+}
+
+void MpRuvo::clearCanBindings(std::map<std::string, u64>& map, _RuvoFuncType subType) {
+    for (const auto& entry : map) removeMpFunc(keyToFunName(entry.first, subType));
+    map.clear();
+}
+
+int MpRuvo::insertRecvCANId(std::string key, u64 id) {
+    return insertCanBinding(recvCANIds, kRecvPrefix, RFT_CAN_RECV, key, id);
+}
+int MpRuvo::updateRecvCANId(const std::string& oldKey, const std::string& newKey, u64 id) {
+    return updateCanBinding(recvCANIds, kRecvPrefix, oldKey, newKey, id);
+}
+void MpRuvo::removeRecvCANId(std::string key) { removeCanBinding(recvCANIds, key); }
+void MpRuvo::clearRecvCANId() { clearCanBindings(recvCANIds, RFT_CAN_RECV); }
+
+int MpRuvo::insertSendCANId(std::string key, u64 id) {
+    return insertCanBinding(sendCANIds, kSendPrefix, RFT_CAN_SEND, key, id);
+}
+int MpRuvo::updateSendCANId(const std::string& oldKey, const std::string& newKey, u64 id) {
+    return updateCanBinding(sendCANIds, kSendPrefix, oldKey, newKey, id);
+}
+void MpRuvo::removeSendCANId(std::string key) { removeCanBinding(sendCANIds, key); }
+void MpRuvo::clearSendCANId() { clearCanBindings(sendCANIds, RFT_CAN_SEND); }
+
+int MpRuvo::insertPreSendCANId(std::string key, u64 id) {
+    return insertCanBinding(preSendCANIds, kPreSendPrefix, RFT_CAN_PRE_SEND, key, id);
+}
+int MpRuvo::updatePreSendCANId(const std::string& oldKey, const std::string& newKey, u64 id) {
+    return updateCanBinding(preSendCANIds, kPreSendPrefix, oldKey, newKey, id);
+}
+void MpRuvo::removePreSendCANId(std::string key) { removeCanBinding(preSendCANIds, key); }
+void MpRuvo::clearPreSendCANId() { clearCanBindings(preSendCANIds, RFT_CAN_PRE_SEND); }
+
+int MpRuvo::insertKeyboardEvent(const std::string& key, const std::list<std::string>& parts) {
+    keyboardEvents.emplace(key, parts);  // a present key keeps its old parts
+    const RuvoFunction f = createFunc(kShortcutPrefix + key, RFT_KEYBOARD, {});
+    if (!f.isValid()) return -1;
+    addMpFunction(f);
+    insertAdditions(kShortcutPrefix, key, parts);
+    return 0;
+}
+
+int MpRuvo::updateKeyboardEvent(const std::string& oldKey, const std::string& newKey,
+                                std::list<std::string> parts) {
+    if (keyboardEvents.find(oldKey) == keyboardEvents.end()) return -1;
+    removeKeyboardEvent(oldKey);
+    if (const RuvoFunction* old = findFuncPtr(kShortcutPrefix + oldKey)) {
+        RuvoFunction copy = *old;
+        removeMpFunc(kShortcutPrefix + oldKey);
+        copy.setName(kShortcutPrefix + newKey);
+        copy.setForwardCode("void " + copy.getName() + kRenamedKeyTail);
+        copy.clearAdditions();
+        addMpFunction(copy);
+    }
+    // The insert makes a fresh function over the copy: the old body is not kept.
+    insertKeyboardEvent(newKey, parts);
+    return 0;
+}
+
+void MpRuvo::removeKeyboardEvent(std::string key) {
+    keyboardEvents.erase(key);
+    removeMpFunc(key);
+}
+
+void MpRuvo::clearKeyboardEvent() {
+    std::vector<std::string> keys;
+    for (const auto& entry : keyboardEvents) keys.push_back(entry.first);
+    for (const auto& key : keys) {
+        keyboardEvents.erase(key);
+        removeMpFunc(keyToFunName(key, RFT_KEYBOARD));
+    }
+}
+
+int MpRuvo::insertTimer(const std::string& key, u64 interval) {
+    timers[key] = interval;
+    return 0;
+}
+
+int MpRuvo::updateTimer(const std::string& oldKey, const std::string& newKey, u64 interval) {
+    if (timers.find(oldKey) == timers.end()) return -1;
+    timers.erase(oldKey);
+    timers.emplace(newKey, interval);
+    const RuvoFunction* old = findFuncPtr(timerFunName(oldKey));
+    if (old == nullptr) return 0;
+    RuvoFunction copy = *old;
+    std::vector<std::string> additions = copy.getAdditions();
+    removeMpFunc(timerFunName(oldKey));
+    copy.setName(timerFunName(newKey));
+    if (additions.size() >= 2) {
+        additions[0] = newKey;
+        additions[1] = std::to_string(interval);
+    }
+    copy.setAdditions(additions);
+    addMpFunction(copy);
+    return 0;
+}
+
+void MpRuvo::removeTimer(const std::string& key) {
+    timers.erase(key);
+    removeMpFunc(timerFunName(key));
+}
+
+u64 MpRuvo::getTimerInterval(const std::string& key) const {
+    const auto it = timers.find(key);
+    return it == timers.end() ? 0 : it->second;
+}
+
+void MpRuvo::clearTimers() {
+    while (!timers.empty()) removeTimer(timers.begin()->first);
+}
+
+void MpRuvo::removeFunctionsOfSubType(int subType) {
+    for (const auto& f : getFuncList()) {
+        if (f.getSubType() == subType) removeMpFunc(f.getName());
+    }
+}
+
+void MpRuvo::clearStartEvents() { removeFunctionsOfSubType(RFT_PREV_EVENT); }
+void MpRuvo::clearStopEvents() { removeFunctionsOfSubType(RFT_POST_EVENT); }
+
+void MpRuvo::clearRuvoFunction() {
+    clearKeyboardEvent();
+    clearRecvCANId();
+    clearSendCANId();
+    clearPreSendCANId();
+    clearTimers();
+}

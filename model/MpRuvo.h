@@ -1,0 +1,110 @@
+#pragma once
+// One applet in memory: code, name and directories, event bindings and edit mode.
+
+#include <list>
+#include <map>
+#include <string>
+
+#include "model/MpInfo.h"
+
+typedef void (*RuvoLogCallBack)(const char* applet, KelnLogLevel level, const char* text);
+
+class RUVO_API MpRuvo : public MpInfo {
+public:
+    MpRuvo();
+
+    // Writes the config file (to `path`, or the code directory's "appletCfg.ruvo" when empty).
+    // False for an invalid applet or a failed write; a file that cannot be opened is skipped.
+    bool serialize(const std::string& path);
+    // Loads a config file over this applet. False if it does not open. A fault in the file
+    // raises an exception naming the file and leaves the applet as it was.
+    bool deserilize(const std::string& path);
+
+    int setEditType(_RuvoEditType t) {
+        editType = t;
+        return 0;
+    }
+    _RuvoEditType getEditType() const { return editType; }
+    void clearContent();
+    void setLogCallBack(RuvoLogCallBack cb) { logCallBack = cb; }
+    RuvoLogCallBack getLogCallBack() const { return logCallBack; }
+
+    // The applet's own functions, in name order.
+    std::list<RuvoFunction> getMpFuncs() const { return getFuncList(); }
+    void addMpFunction(const RuvoFunction& f) { addFunc(f); }
+    void removeMpFunc(const std::string& name) { deleteFuncByNode(name); }
+    void clearMpFunction() { clearFuncList(); }
+    // Drops every event binding and the functions behind them.
+    void clearRuvoFunction();
+    bool hasFunc(const std::string& name) const { return findFuncPtr(name) != nullptr; }
+
+    // Keyboard bindings: shortcut name to its key parts.
+    int insertKeyboardEvent(const std::string& key, const std::list<std::string>& parts);
+    int updateKeyboardEvent(const std::string& oldKey, const std::string& newKey,
+                            std::list<std::string> parts);
+    void removeKeyboardEvent(std::string key);
+    bool isEmptyKeyboardEvent() const { return keyboardEvents.empty(); }
+    void clearKeyboardEvent();
+    std::map<std::string, std::list<std::string>> getKeyboardEvents() const { return keyboardEvents; }
+
+    // CAN bindings: event name to CAN id.
+    int insertRecvCANId(std::string key, u64 id);
+    int updateRecvCANId(const std::string& oldKey, const std::string& newKey, u64 id);
+    void removeRecvCANId(std::string key);
+    std::map<std::string, u64> getRecvCANId() const { return recvCANIds; }
+    void clearRecvCANId();
+    int insertSendCANId(std::string key, u64 id);
+    int updateSendCANId(const std::string& oldKey, const std::string& newKey, u64 id);
+    void removeSendCANId(std::string key);
+    std::map<std::string, u64> getSendCANId() const { return sendCANIds; }
+    void clearSendCANId();
+    int insertPreSendCANId(std::string key, u64 id);
+    int updatePreSendCANId(const std::string& oldKey, const std::string& newKey, u64 id);
+    void removePreSendCANId(std::string key);
+    std::map<std::string, u64> getPreSendCANId() const { return preSendCANIds; }
+    void clearPreSendCANId();
+
+    // Timers: name to interval. insertTimer makes no function; the SDK call does.
+    int insertTimer(const std::string& key, u64 interval);
+    int updateTimer(const std::string& oldKey, const std::string& newKey, u64 interval);
+    void removeTimer(const std::string& key);
+    u64 getTimerInterval(const std::string& key) const;
+    std::map<std::string, u64>& getTimers() { return timers; }
+    void clearTimers();
+
+    void clearStartEvents();
+    void clearStopEvents();
+
+    void insertAdditions(std::string funcPrefix, std::string key, u64 value);
+    void insertAdditions(std::string funcPrefix, std::string key, std::list<std::string> parts);
+
+private:
+    bool serilize(std::string& text) const;
+    void deseralize(const std::string& text);
+    void serilizeKeyboardEvents(cJSON* root) const;
+    void serilizeRecvCANIds(cJSON* root) const;
+    void serilizeSendCANIds(cJSON* root) const;
+    void serilizePreSendCANIds(cJSON* root) const;
+    void serilizeTimers(cJSON* root) const;
+    bool deseralizeKeyboardEvents(const cJSON* root);
+    bool deseralizeRecvCANIds(const cJSON* root);
+    bool deseralizeSendCANIds(const cJSON* root);
+    bool deseralizePreSendCANIds(const cJSON* root);
+    bool deseralizeTimers(const cJSON* root);
+
+    int insertCanBinding(std::map<std::string, u64>& map, const char* prefix, _RuvoFuncType subType,
+                         const std::string& key, u64 id);
+    int updateCanBinding(std::map<std::string, u64>& map, const char* prefix, const std::string& oldKey,
+                         const std::string& newKey, u64 id);
+    void removeCanBinding(std::map<std::string, u64>& map, const std::string& key);
+    void clearCanBindings(std::map<std::string, u64>& map, _RuvoFuncType subType);
+    void removeFunctionsOfSubType(int subType);
+
+    std::map<std::string, std::list<std::string>> keyboardEvents;
+    std::map<std::string, u64> recvCANIds;
+    std::map<std::string, u64> sendCANIds;
+    std::map<std::string, u64> preSendCANIds;
+    std::map<std::string, u64> timers;
+    _RuvoEditType editType = RET_PER_FUNCTION;
+    RuvoLogCallBack logCallBack = nullptr;
+};

@@ -1,0 +1,24 @@
+#!/bin/sh
+# The ruvo command as a user runs it: new, list, show, and its usage errors.
+set -u
+ruvo="$1"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+fail() { echo "FAIL: $*"; exit 1; }
+
+"$ruvo" new "$work/proj" alpha >/dev/null || fail "new alpha"
+"$ruvo" new "$work/proj" beta >/dev/null || fail "new beta"
+[ -f "$work/proj/alpha_code/appletCfg.ruvo" ] || fail "config file not written"
+[ "$("$ruvo" list "$work/proj")" = "alpha
+beta" ] || fail "list"
+out=$("$ruvo" show "$work/proj" alpha) || fail "show"
+echo "$out" | grep -q "^applet     alpha$" || fail "show prints the name: $out"
+echo "$out" | grep -q "^functions (0)$" || fail "show prints functions: $out"
+
+"$ruvo" new "$work/proj" alpha 2>/dev/null && fail "new over an existing applet"
+"$ruvo" show "$work/proj" nobody 2>/dev/null; [ $? -eq 1 ] || fail "show of a missing applet"
+"$ruvo" show "$work/proj" 2>/dev/null; [ $? -eq 2 ] || fail "usage error exit code"
+"$ruvo" 2>/dev/null; [ $? -eq 2 ] || fail "no command"
+"$ruvo" bogus 2>/dev/null; [ $? -eq 2 ] || fail "unknown command"
+"$ruvo" help | grep -q "ruvo new PROJECT APPLET" || fail "help lists commands"
+echo "cli: all checks passed"

@@ -1,0 +1,20 @@
+#!/bin/sh
+# Installs what is missing (Debian 12, as root) and builds everything into out/.
+# Extra CMake arguments may come in RUVO_CMAKE_ARGS, e.g. -DRUVO_SANITIZE=ON.
+set -e
+cd "$(dirname "$0")/.."
+
+packages="cmake make g++ clang clang-format libcjson-dev libgtest-dev libgmock-dev \
+libbenchmark-dev pkg-config python3 python3-can"
+missing=""
+for p in $packages; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
+done
+if [ -n "$missing" ]; then
+    echo "installing:$missing"
+    apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $missing >/dev/null
+fi
+
+cmake -S . -B out -DCMAKE_BUILD_TYPE=RelWithDebInfo ${RUVO_CMAKE_ARGS:-} >/dev/null
+cmake --build out -j"$(nproc)"
