@@ -25,4 +25,50 @@ RUVO_API int setRuvoEditType(const char* name, _RuvoEditType type);
 RUVO_API _RuvoEditType getRuvoEditType(const char* name);
 RUVO_API int serilize(const char* name, const char* path);
 
+// ---- global variables ----
+// Arrays are caller-owned plain records; sizes come from the count calls first.
+RUVO_API int setRuvoVar(const char* applet, const _KelnVar* vars, unsigned count);
+RUVO_API int addRuvoVar(const char* applet, const _KelnVar* vars, unsigned count);
+// *count: in, the room of `out`; out, the number copied.
+RUVO_API int getRuvoVar(const char* applet, _KelnVar* out, unsigned* count);
+RUVO_API int getRuvoVarByName(const char* applet, const char* name, _KelnVar* out);
+RUVO_API int updateRuvoVar(const char* applet, const char* name, _KelnVar* var);
+RUVO_API int delRuvoVar(const char* applet, const char* name);
+RUVO_API void clearRuvoVar(const char* applet);
+
+// ---- functions ----
+// Position calls see one sequence: the inner functions (services) first, then the applet's own.
+RUVO_API int getRuvoUserFuncCount(const char* applet);
+RUVO_API int getRuvoUserFuncs(const char* applet, _KelnFunction* out, int* subTypes, unsigned* count);
+RUVO_API int getRuvoFuncCount(const char* applet);
+// Copies the whole sequence when `pos` is at or beyond the count; -1 when it is below.
+RUVO_API int getRuvoFuncInfoByPos(const char* applet, unsigned pos, _KelnFunction* out, int* subTypes);
+// Always delivers an empty text; use getRuvoFuncCodeByName.
+RUVO_API int getRuvoFuncCodeByPos(const char* applet, unsigned pos, char* code, unsigned* size);
+// Body bytes without terminator, *size their count.
+RUVO_API int getRuvoFuncCodeByName(const char* applet, const char* name, char* code, unsigned* size);
+// Changes only a temporary copy of the sequence.
+RUVO_API int setRuvoFuncCodeByPos(const char* applet, unsigned pos, const char* code, unsigned size);
+RUVO_API int setRuvoFuncCodeByName(const char* applet, const char* name, const char* code, unsigned size);
+RUVO_API int setRuvoFunc(const char* applet, const _KelnFunction* func, _FuncType type);
+RUVO_API int createRuvoFunc(const char* applet, const char* name, int subType, char** const args,
+                            int argCount);
+RUVO_API int getRuvoFuncCode(const char* applet, const char* name, char* body, char* forward,
+                             char* backward);
+RUVO_API int getRuvoFuncCodeSize(const char* applet, const char* name, int* body, int* forward,
+                                 int* backward);
+RUVO_API int clearRuvoFunc(const char* applet);
+RUVO_API int clearRuvoEvent(const char* applet);
+// 0 when present, -1 when absent.
+RUVO_API int existRuvoFunc(const char* applet, const char* name);
+RUVO_API int deleteFunc(const char* applet, const char* name);
+RUVO_API int addRuvoFuncDepend(const char* applet, const char* from, const char* to);
+RUVO_API int removeRuvoFuncDepend(const char* applet, const char* from, const char* to);
+// 0 when the function has additions, -1 when it has none.
+RUVO_API int getRuvoFuncAdditionInfoSize(const char* applet, const char* name, int* size);
+// Each out[i] is allocated with malloc for the caller, who frees it with free.
+RUVO_API int getRuvoFuncAdditionInfo(const char* applet, const char* name, char** out);
+// Replaces "mainRun" with a fresh main function on every call.
+RUVO_API int genDefaultMainFunction(const char* applet);
+
 }  // namespace ruvo_sdk

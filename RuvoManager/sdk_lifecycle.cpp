@@ -3,12 +3,11 @@
 #include <cstdio>
 
 #include "RuvoManager/ruvo_sdk.h"
+#include "RuvoManager/sdk_call.h"
 
 namespace ruvo_sdk {
 
-namespace {
-std::string str(const char* s) { return s ? std::string(s) : std::string(); }
-}  // namespace
+using detail::str;
 
 int initRuvo(const char* path) {
     RuvoManager::getInstance().setProjectPath(str(path));

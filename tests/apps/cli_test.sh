@@ -15,6 +15,17 @@ out=$("$ruvo" show "$work/proj" alpha) || fail "show"
 echo "$out" | grep -q "^applet     alpha$" || fail "show prints the name: $out"
 echo "$out" | grep -q "^functions (0)$" || fail "show prints functions: $out"
 
+printf 'count++;\n' > "$work/body.txt"
+"$ruvo" func "$work/proj" alpha mainRun --create 0 --body "$work/body.txt" >/dev/null || fail "func create"
+"$ruvo" func "$work/proj" alpha add --create 22 --params "s32 a, u8 *p" >/dev/null || fail "func self-defined"
+out=$("$ruvo" show "$work/proj" alpha)
+echo "$out" | grep -q "^  \[0 main run\] void mainRun()$" || fail "main function shown: $out"
+echo "$out" | grep -q "^      | count++;$" || fail "body shown: $out"
+echo "$out" | grep -q "^  \[22 self-defined\] s32 add(s32 a, u8 p)$" || fail "parameters parsed: $out"
+"$ruvo" func "$work/proj" alpha nobody --body "$work/body.txt" 2>/dev/null; [ $? -eq 1 ] || fail "body of a missing function"
+"$ruvo" func "$work/proj" alpha mainRun --body 2>/dev/null; [ $? -eq 2 ] || fail "option without value"
+"$ruvo" func "$work/proj" alpha f --create x 2>/dev/null; [ $? -eq 2 ] || fail "sub type must be a number"
+
 "$ruvo" new "$work/proj" alpha 2>/dev/null && fail "new over an existing applet"
 "$ruvo" show "$work/proj" nobody 2>/dev/null; [ $? -eq 1 ] || fail "show of a missing applet"
 "$ruvo" show "$work/proj" 2>/dev/null; [ $? -eq 2 ] || fail "usage error exit code"

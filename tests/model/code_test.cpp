@@ -4,6 +4,10 @@
 
 #include "model/RuvoCode.h"
 #include "model/json_util.h"
+#include "test_support.h"
+
+#include <filesystem>
+#include <fstream>
 
 namespace {
 
@@ -187,4 +191,20 @@ TEST(CodeJson, UnknownTypeNameBecomesVoid) {
     const Parameter p = RuvoCode::parsParmJson(item.get());
     EXPECT_EQ(p.getType(), KVT_VOID);
     EXPECT_TRUE(p.getIsConst());
+}
+
+TEST(IncludeTexts, ReadBelowTheCurrentDirectoryAtCallTime) {
+    testing_support::TempDir dir;
+    const auto previous = std::filesystem::current_path();
+    std::filesystem::current_path(dir.path());
+    RuvoCode code;
+    EXPECT_EQ(code.get_Document(), "");
+    const std::string inc = dir.path() + "/Ruvo/KELN_Ruvo_Include/RuvoManager/inc/";
+    std::filesystem::create_directories(inc);
+    std::ofstream(inc + "document.txt") << "docs";
+    std::ofstream(inc + "ruvo_com_def.h") << "com";
+    EXPECT_EQ(code.get_Document(), "docs");
+    EXPECT_EQ(code.get_comFuncHead(), "com");
+    EXPECT_EQ(RuvoCode::includeRoot(), dir.path() + "/Ruvo/KELN_Ruvo_Include");
+    std::filesystem::current_path(previous);
 }
