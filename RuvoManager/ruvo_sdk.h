@@ -71,4 +71,37 @@ RUVO_API int getRuvoFuncAdditionInfo(const char* applet, const char* name, char*
 // Replaces "mainRun" with a fresh main function on every call.
 RUVO_API int genDefaultMainFunction(const char* applet);
 
+// ---- generated files ----
+// 0 when written, -1 for an unknown applet, a dependency circle or a failed write.
+// `path` replaces the code directory and must end in a separator.
+RUVO_API int generateSingleCodeFile(const char* applet, const char* path);
+RUVO_API int generateCodeFiles(const char* applet, const char* path);
+RUVO_API int generateSingleAndMultiCodeFiles(const char* applet, const char* path);
+RUVO_API int generateCombineCodeFile(const char* applet, const char* path);
+
+// ---- shared texts ----
+// Size calls give the length plus 1, or 0 for an empty text. Text calls copy at most `size`
+// bytes, without a terminator of their own, and leave the buffer alone for an empty text.
+RUVO_API int getGlobalHeaderSize(const char* applet, int* size);
+RUVO_API int getGlobalHeader(const char* applet, char* text, int size);
+RUVO_API int getBasicHeaderSize(const char* applet, int* size);
+RUVO_API int getBasicHeader(const char* applet, char* text, int size);
+RUVO_API int getGenerateHeaderSize(const char* applet, int* size);
+RUVO_API int getGenerateHeader(const char* applet, char* text, int size);
+RUVO_API int getVarFuncHeaderSize(const char* applet, int* size);
+RUVO_API int getVarFuncHeader(const char* applet, char* text, int size);
+RUVO_API int getXcpFuncHeaderSize(const char* applet, int* size);
+RUVO_API int getXcpFuncHeader(const char* applet, char* text, int size);
+RUVO_API int getComFuncHeaderSize(const char* applet, int* size);
+RUVO_API int getComFuncHeader(const char* applet, char* text, int size);
+RUVO_API int getDbHeadSize(const char* applet, int* size);
+RUVO_API int getDbHead(const char* applet, char* text, int size);
+RUVO_API int getConfigHeadSize(const char* applet, int* size);
+RUVO_API int getConfigHead(const char* applet, char* text, int size);
+RUVO_API int getDocumentSize(const char* applet, int* size);
+RUVO_API int getDocument(const char* applet, char* text, int size);
+// The single-file text, generated afresh; the text call also refreshes "resource.h".
+RUVO_API int getMainContentSize(const char* applet, int* size);
+RUVO_API int getMainContentCpp(const char* applet, char* text, int size);
+
 }  // namespace ruvo_sdk

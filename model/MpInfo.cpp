@@ -48,3 +48,18 @@ void MpInfo::deseralize(const cJSON* root) {
     if (const cJSON* t = cJSON_GetObjectItem(root, "type")) type = static_cast<AppletType>(t->valueint);
     if (const cJSON* code = cJSON_GetObjectItem(root, "code")) RuvoCode::deserilize(code);
 }
+
+std::string MpInfo::getResourceCode() const {
+    std::string text;
+    text += "#define APPLETNAME \"" + name + "\"\n";
+    text += "#define LOG_INFO_FMT(fmt, ...) clog.info_ex(APPLETNAME, fmt, ##__VA_ARGS__)\n";
+    text += "#define LOG_WARN_FMT(fmt, ...) clog.warn_ex(APPLETNAME, fmt, ##__VA_ARGS__)\n";
+    text += "#define LOG_ERROR_FMT(fmt, ...) clog.error_ex(APPLETNAME, fmt, ##__VA_ARGS__)\n";
+    text += "#define LOG_SUCCESS_FMT(fmt, ...) clog.success_ex(APPLETNAME, fmt, ##__VA_ARGS__)\n";
+    text +=
+        "       typedef union SafeTaskVar_t\n       {\n           struct VarList\n           {\n"
+        "               struct Var\n               {\n                   uint8_t data[32];\n"
+        "                   uint8_t len;\n               }var[10];\n               uint8_t num;\n"
+        "           } var_list;\n           char systemvar[512];\n       }SafeTaskVar;\n";
+    return text;
+}

@@ -27,6 +27,9 @@ public:
 
     bool hasCycleFuncDepends() const { return hasCircleFuncDepends(); }
 
+    // The applet's "resource.h": its name in the log macros and the task-exchange record.
+    std::string getResourceCode() const;
+
     // Inner functions (the services) as the editor lists them; empty without a provider.
     std::list<RuvoFunction> getInnerFuncs() const;
     void setInnerFuncs(InnerFuncsProvider provider) { innerFuncs = std::move(provider); }

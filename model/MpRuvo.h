@@ -75,6 +75,13 @@ public:
     void clearStartEvents();
     void clearStopEvents();
 
+    // Generated sources into the code directory (or `path`, which must end in a separator).
+    // False, with nothing written, when the functions depend on each other in a circle.
+    bool generateSingleCodeFile(const std::string& path);
+    bool generateCodeFiles(const std::string& path);
+    bool generateSingleAndMultiCodeFiles(const std::string& path);
+    bool generateCombineCodeFile(const std::string& path);
+
     void insertAdditions(std::string funcPrefix, std::string key, u64 value);
     void insertAdditions(std::string funcPrefix, std::string key, std::list<std::string> parts);
 
@@ -91,6 +98,9 @@ private:
     bool deseralizeSendCANIds(const cJSON* root);
     bool deseralizePreSendCANIds(const cJSON* root);
     bool deseralizeTimers(const cJSON* root);
+
+    enum class Layout { Single, Multi, SingleAndMulti, Combined };
+    bool writeGeneratedFiles(Layout layout, const std::string& path);
 
     int insertCanBinding(std::map<std::string, u64>& map, const char* prefix, _RuvoFuncType subType,
                          const std::string& key, u64 id);

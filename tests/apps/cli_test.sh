@@ -26,6 +26,13 @@ echo "$out" | grep -q "^  \[22 self-defined\] s32 add(s32 a, u8 p)$" || fail "pa
 "$ruvo" func "$work/proj" alpha mainRun --body 2>/dev/null; [ $? -eq 2 ] || fail "option without value"
 "$ruvo" func "$work/proj" alpha f --create x 2>/dev/null; [ $? -eq 2 ] || fail "sub type must be a number"
 
+out=$("$ruvo" gen "$work/proj" alpha) || fail "gen"
+echo "$out" | grep -q "alpha_code/singleapp.cpp$" || fail "gen lists the single file: $out"
+echo "$out" | grep -q "alpha_code/resource.h$" || fail "gen lists resource.h: $out"
+out=$("$ruvo" gen "$work/proj" alpha --layout multi) || fail "gen multi"
+echo "$out" | grep -q "alpha_code/main.cpp$" || fail "gen multi lists main.cpp: $out"
+"$ruvo" gen "$work/proj" alpha --layout sideways 2>/dev/null; [ $? -eq 2 ] || fail "bad layout"
+
 "$ruvo" new "$work/proj" alpha 2>/dev/null && fail "new over an existing applet"
 "$ruvo" show "$work/proj" nobody 2>/dev/null; [ $? -eq 1 ] || fail "show of a missing applet"
 "$ruvo" show "$work/proj" 2>/dev/null; [ $? -eq 2 ] || fail "usage error exit code"

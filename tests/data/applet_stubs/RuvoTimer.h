@@ -1,0 +1,6 @@
+#pragma once
+class RuvoTimer {
+public:
+    template <typename F>
+    RuvoTimer(int, F) {}
+};
