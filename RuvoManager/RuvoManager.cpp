@@ -25,6 +25,10 @@ RuvoManager& RuvoManager::getInstance() {
 }
 
 RuvoManager::RuvoManager() {
+    MpRuvo::setModuleHooks([](const std::string&) { RuvoManager::getInstance().registerLambdaCallback(); },
+                           [](const std::string& name) {
+                               RuvoManager::getInstance().unregisterLambdaCallback(name);
+                           });
     registReceiver(this);
     calmasterInterface::calmasterSdk_init();
 }
@@ -96,10 +100,24 @@ std::vector<std::string> RuvoManager::getAppletNameList() {
     return names;
 }
 
-std::map<void*, std::pair<std::string, std::string>> RuvoManager::getLoadRuvoFuns(int) {
-    // Modules are loaded from the module-loading step on; until then nothing is exported.
-    return {};
+std::map<void*, std::pair<std::string, std::string>> RuvoManager::getLoadRuvoFuns(int subType) {
+    std::map<void*, std::pair<std::string, std::string>> found;
+    for (const auto& entry : applets) {
+        const std::shared_ptr<MpRuvo>& applet = entry.second;
+        if (!applet || !applet->isLoaded()) continue;
+        for (const auto& f : applet->getMpFuncs()) {
+            if (f.getSubType() != subType) continue;
+            if (void* address = applet->getDllFuncAddress(f.getName())) {
+                found[address] = {entry.first, f.getName()};
+            }
+        }
+    }
+    return found;
 }
+
+void RuvoManager::registerLambdaCallback() {}
+
+void RuvoManager::unregisterLambdaCallback(std::string) {}
 
 void RuvoManager::beforeStartup() {}
 void RuvoManager::onStartup(std::list<int>, std::list<int>) {}

@@ -32,6 +32,11 @@ public:
     // Exported handlers of loaded applets of one sub type: address to (applet, function).
     std::map<void*, std::pair<std::string, std::string>> getLoadRuvoFuns(int subType);
 
+    // Keyboard hooks follow module loads; the keyboard worker comes with shortcut dispatch.
+    void registerLambdaCallback();
+    void unregisterLambdaCallback(std::string appletName);
+    int formatFile(const char*) { return 0; }
+
     // ISDKReceiver
     void beforeStartup() override;
     void onStartup(std::list<int> channels, std::list<int> devices) override;

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "RuvoManager/RuvoManager.h"
+#include "build/AppletCompiler.h"
 #include "RuvoManager/ruvo_export.h"
 #include "model/MpRuvo.h"
 #include "model/keln_types.h"
@@ -103,5 +104,68 @@ RUVO_API int getDocument(const char* applet, char* text, int size);
 // The single-file text, generated afresh; the text call also refreshes "resource.h".
 RUVO_API int getMainContentSize(const char* applet, int* size);
 RUVO_API int getMainContentCpp(const char* applet, char* text, int size);
+
+// ---- compiling and formatting ----
+// Saves, generates and compiles on a detached thread; the callback comes once, from that
+// thread. -1 (and no callback) for an unknown applet, an empty callback or a failed generation.
+RUVO_API int compileRuvo(const char* applet, RuvoCompileCallback callback);
+// Compiles what is on disk; such compiles run one at a time.
+RUVO_API int compileRuvoNoSave(const char* applet, RuvoCompileCallback callback);
+RUVO_API void stopCompileRuvo(const char* applet);
+// Always 0; the formatter's own output goes to standard output.
+RUVO_API int formatFile(const char* path);
+
+// ---- event bindings ----
+RUVO_API int insertKeyboardEvent(const char* applet, const char* key, const char* const* parts,
+                                 unsigned count);
+RUVO_API int updateKeyboardEvent(const char* applet, const char* oldKey, const char* newKey,
+                                 const char* const* parts, unsigned count);
+RUVO_API int removeKeyboardEvent(const char* applet, const char* key);
+RUVO_API int clearKeyboardEvent(const char* applet);
+RUVO_API int insertRecvCANId(const char* applet, const char* key, unsigned long long id);
+RUVO_API int insertSendCANId(const char* applet, const char* key, unsigned long long id);
+RUVO_API int insertPreSendCANId(const char* applet, const char* key, unsigned long long id);
+RUVO_API int updateRecvCANId(const char* applet, const char* oldKey, const char* newKey,
+                             unsigned long long id);
+RUVO_API int updateSendCANId(const char* applet, const char* oldKey, const char* newKey,
+                             unsigned long long id);
+RUVO_API int updatePreSendCANId(const char* applet, const char* oldKey, const char* newKey,
+                                unsigned long long id);
+RUVO_API int removeRecvCANId(const char* applet, const char* key);
+RUVO_API int removeSendCANId(const char* applet, const char* key);
+RUVO_API int removePreSendCANId(const char* applet, const char* key);
+RUVO_API int clearRecvCANId(const char* applet);
+RUVO_API int clearSendCANId(const char* applet);
+RUVO_API int clearPreSendCANId(const char* applet);
+// Also makes the timer function "on_<key>_timer" when the applet has none.
+RUVO_API int insertTimer(const char* applet, const char* key, unsigned long long interval);
+RUVO_API int updateTimer(const char* applet, const char* oldKey, const char* newKey,
+                         unsigned long long interval);
+RUVO_API int removeTimer(const char* applet, const char* key);
+RUVO_API int clearTimer(const char* applet);
+RUVO_API int getTimersCount(const char* applet, int* count);
+// names[i] points into the applet's own map: valid until the timers change. A capacity of 0
+// still writes one entry.
+RUVO_API int getTimers(const char* applet, char** const names, unsigned long long* const intervals,
+                       int capacity);
+RUVO_API int getTimerInterval(const char* applet, const char* key, unsigned long long* out);
+RUVO_API int clearStartEvents(const char* applet);
+RUVO_API int clearStopEvents(const char* applet);
+
+// ---- modules ----
+RUVO_API int loadRuvoMp(const char* applet);
+RUVO_API int unloadRuvoMp(const char* applet);
+// Loads the module first if needed; null for an unknown applet or symbol.
+RUVO_API void* getRuvoFuncAddr(const char* applet, const char* func);
+// Runs a void or s32 function of the loaded module with no argument.
+RUVO_API int runRuvoFunc(const char* applet, const char* func);
+// A tool hands in one function's code and has it built into a tool applet.
+RUVO_API int loadToolRuvoCode(const char* applet, const char* func, const char* code, unsigned size,
+                              RuvoCompileCallback callback);
+RUVO_API int runVciSoLibrary(const char* file, const char* function, const unsigned char* seed,
+                             unsigned short seedLength, unsigned char* key,
+                             unsigned short* keyLength, void* extra);
+RUVO_API int runVCIScriptDir(unsigned long device, unsigned char mode, char* directory,
+                             unsigned size, void* extra);
 
 }  // namespace ruvo_sdk

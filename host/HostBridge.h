@@ -1,5 +1,6 @@
 #pragma once
 // Everything the simulated workstation offers, in one include.
 
+#include "host/box_runner.h"
 #include "host/log_interface.h"
 #include "host/sdk_receiver.h"

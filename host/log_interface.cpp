@@ -22,6 +22,7 @@ std::vector<Record>& store() {
     return s;
 }
 std::atomic<bool> g_echo{true};
+std::atomic<int> g_echoLevel{static_cast<int>(Level::Debug)};
 
 int emit(Level level, const char* format, va_list args) {
     if (format == nullptr) return -1;
@@ -36,7 +37,7 @@ int emit(Level level, const char* format, va_list args) {
     const auto now = std::chrono::system_clock::now();
     const long long micros =
         std::chrono::duration_cast<std::chrono::microseconds>(now.time_since_epoch()).count();
-    if (g_echo.load()) {
+    if (g_echo.load() && static_cast<int>(level) >= g_echoLevel.load()) {
         const std::time_t secs = static_cast<std::time_t>(micros / 1000000);
         std::tm tm{};
         localtime_r(&secs, &tm);
@@ -84,6 +85,8 @@ std::vector<Record> takeRecords() {
 }
 
 void setEcho(bool on) { g_echo.store(on); }
+
+void setEchoLevel(Level lowest) { g_echoLevel.store(static_cast<int>(lowest)); }
 
 const char* levelName(Level level) {
     switch (level) {

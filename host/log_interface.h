@@ -30,6 +30,8 @@ HOSTBRIDGE_API std::vector<Record> records();
 HOSTBRIDGE_API std::vector<Record> takeRecords();
 // Whether lines are also printed to standard error (on by default).
 HOSTBRIDGE_API void setEcho(bool on);
+// Lines below this level are kept but not printed (Debug by default).
+HOSTBRIDGE_API void setEchoLevel(Level lowest);
 HOSTBRIDGE_API const char* levelName(Level level);
 
 }  // namespace log_interface

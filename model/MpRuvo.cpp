@@ -2,6 +2,7 @@
 
 #include <cjson/cJSON.h>
 
+#include <atomic>
 #include <cstdio>
 #include <stdexcept>
 
@@ -67,7 +68,27 @@ std::string hexLower(u64 value) {
 
 }  // namespace
 
+namespace {
+std::atomic<MpRuvo::ModuleHook> g_beforeLoad{nullptr};
+std::atomic<MpRuvo::ModuleHook> g_beforeUnload{nullptr};
+}  // namespace
+
 MpRuvo::MpRuvo() : MpInfo(AT_INVALID) {}
+
+void MpRuvo::setModuleHooks(ModuleHook beforeLoad, ModuleHook beforeUnload) {
+    g_beforeLoad.store(beforeLoad);
+    g_beforeUnload.store(beforeUnload);
+}
+
+bool MpRuvo::loadMp() {
+    if (ModuleHook hook = g_beforeLoad.load()) hook(getMpName());
+    return loader.loadMp(getMpDllFullPath());
+}
+
+void MpRuvo::destoryMp() {
+    if (ModuleHook hook = g_beforeUnload.load()) hook(getMpName());
+    loader.destoryMp();
+}
 
 void MpRuvo::clearContent() {
     if (isValid()) InitCode();

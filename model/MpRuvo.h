@@ -6,12 +6,27 @@
 #include <string>
 
 #include "model/MpInfo.h"
+#include "model/MpLoader.h"
 
 typedef void (*RuvoLogCallBack)(const char* applet, KelnLogLevel level, const char* text);
 
 class RUVO_API MpRuvo : public MpInfo {
 public:
     MpRuvo();
+
+    // Hooks the manager installs so keyboard hooks follow module loads; empty by default.
+    using ModuleHook = void (*)(const std::string& appletName);
+    static void setModuleHooks(ModuleHook beforeLoad, ModuleHook beforeUnload);
+
+    // Loads the module file from the export directory; false (reason in moduleError) if it fails.
+    bool loadMp();
+    // Drops this applet's keyboard callbacks first, then unloads: no callback runs into a freed
+    // module.
+    void destoryMp();
+    bool isLoaded() const { return loader.isLoaded(); }
+    void* getMpHandle() { return loader.getMpHandle(); }
+    void* getDllFuncAddress(const std::string& name) const { return loader.getFuncAddress(name); }
+    std::string moduleError() const { return loader.lastError(); }
 
     // Writes the config file (to `path`, or the code directory's "appletCfg.ruvo" when empty).
     // False for an invalid applet or a failed write; a file that cannot be opened is skipped.
@@ -110,6 +125,7 @@ private:
     void clearCanBindings(std::map<std::string, u64>& map, _RuvoFuncType subType);
     void removeFunctionsOfSubType(int subType);
 
+    MpLoader loader;
     std::map<std::string, std::list<std::string>> keyboardEvents;
     std::map<std::string, u64> recvCANIds;
     std::map<std::string, u64> sendCANIds;

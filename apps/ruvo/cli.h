@@ -32,6 +32,14 @@ struct Registrar {
 // Opens PROJECT/APPLET_code/appletCfg.ruvo into the manager; raises runtime_error if absent.
 std::string openApplet(const std::string& project, const std::string& applet);
 std::string configPath(const std::string& project, const std::string& applet);
+struct CompileOutcome {
+    int result = 1;
+    unsigned long long ms = 0;
+    std::string text;
+};
+// Saves, generates and compiles; waits for the one callback.
+CompileOutcome compileApplet(const std::string& applet, bool showProgress);
+
 // Prints the applet's model readably.
 void showApplet(const std::string& applet);
 

@@ -1,8 +1,14 @@
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 
+#include <filesystem>
+#include <system_error>
+
 #include "apps/ruvo/cli.h"
+#include "host/log_interface.h"
+#include "platform/toolchain.h"
 
 namespace cli {
 std::vector<Command>& registry() {
@@ -12,6 +18,16 @@ std::vector<Command>& registry() {
 }  // namespace cli
 
 namespace {
+
+// Like a host, run in the installation directory, where the tool tree (Ruvo/) hangs: bin/..
+void enterInstallationDirectory() {
+    namespace fs = std::filesystem;
+    const std::string exe = platform::executablePath();
+    if (exe.empty()) return;
+    const fs::path root = fs::path(exe).parent_path().parent_path();
+    std::error_code ec;
+    if (fs::is_directory(root / "Ruvo", ec)) fs::current_path(root, ec);
+}
 
 void printUsage(std::FILE* out) {
     std::fprintf(out, "usage: ruvo COMMAND [ARGS]\n\ncommands:\n");
@@ -23,6 +39,7 @@ void printUsage(std::FILE* out) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (std::getenv("RUVO_VERBOSE") == nullptr) log_interface::setEchoLevel(log_interface::Level::Info);
     if (argc < 2 || std::strcmp(argv[1], "help") == 0 || std::strcmp(argv[1], "--help") == 0) {
         printUsage(argc < 2 ? stderr : stdout);
         return argc < 2 ? 2 : 0;
@@ -30,7 +47,14 @@ int main(int argc, char** argv) {
     for (const auto& c : cli::registry()) {
         if (std::strcmp(argv[1], c.name) != 0) continue;
         try {
-            return c.run(cli::Args(argv + 2, argv + argc));
+            cli::Args args(argv + 2, argv + argc);
+            // Project paths are the user's, relative to where the command was typed.
+            if (!args.empty() && args[0].rfind("-", 0) != 0 && std::strcmp(c.name, "demo") != 0) {
+                args[0] = std::filesystem::absolute(args[0]).lexically_normal().string();
+                while (args[0].size() > 1 && args[0].back() == '/') args[0].pop_back();
+            }
+            enterInstallationDirectory();
+            return c.run(args);
         } catch (const cli::UsageError& e) {
             std::fprintf(stderr, "ruvo %s: %s\nusage: ruvo %s %s\n", c.name, e.what(), c.name,
                          c.usage);

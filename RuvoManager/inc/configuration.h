@@ -1,0 +1,2 @@
+#pragma once
+// Workstation configuration an applet may read. Nothing is configured yet.

@@ -1,0 +1,48 @@
+#pragma once
+// The bus and diagnosis service table as compiled applets see it. The slot order is a fixed
+// contract with the manager: new services only take reserved slots.
+
+#include "ruvo_basic_def.h"
+
+// A slot whose service signature belongs to a later service family; never call it yet.
+typedef void (*RuvoSlot)(void);
+
+struct _KelnCom {
+    void* owner;                                                      // 0
+    s32 (*init_can)(u32 id, u32 dlc, PKelnCan pSendCan);              // 1
+    s32 (*send_can_async)(PKelnCan pSendCan);                         // 2
+    s32 (*send_can_sync)(PKelnCan pSendCan);                          // 3
+    s32 (*init_canfd)(u32 id, u32 dlc, PKelnCan pSendCan);            // 4
+    s32 (*send_canfd_async)(PKelnCan pSendCan);                       // 5
+    s32 (*send_canfd_sync)(PKelnCan pSendCan);                        // 6
+    RuvoSlot reserved7;                                               // 7
+    RuvoSlot reserved8;                                               // 8
+    RuvoSlot send_uds_async;                                          // 9
+    RuvoSlot send_uds_sync;                                           // 10
+    RuvoSlot show_procedure_box;                                      // 11
+    RuvoSlot show_ruvo_box;                                           // 12
+    RuvoSlot send_and_recv_uds_msg;                                   // 13
+    s32 (*run_so_library)(const char* sofile, const char* funname, const u8* seed, u16 sdlen,
+                          u8* key, u16* kylen, void* pvoid);          // 14
+    RuvoSlot set_dev_buzz;                                            // 15
+    RuvoSlot uds_change_parameter;                                    // 16
+    s32 (*wait_can_msg)(PKelnCan pRecvCan, s32 timeout);              // 17
+    RuvoSlot reserved18;                                              // 18
+    RuvoSlot wait_uds_msg;                                            // 19
+    s32 (*calculate_can_message)(const char* signal, s32 a, s32 b, double value,
+                                 u8* data);                           // 20
+    s32 (*send_and_recv_can_msg)(PKelnCan pSendCan, PKelnCan pRecvCan, s32 timeout);  // 21
+    RuvoSlot reserved22;                                              // 22
+    RuvoSlot set_uds_mapping_info;                                    // 23
+    RuvoSlot reserved[16];                                            // 24 to 39
+};
+
+struct _KelnVci {
+    void* owner;
+    s32 (*run_so_library)(const char* sofile, const char* funname, const u8* seed, u16 sdlen,
+                          u8* key, u16* kylen, void* pvoid);
+    RuvoSlot set_dev_buzz;
+};
+
+static_assert(sizeof(_KelnCom) == 40 * sizeof(void*), "_KelnCom has 40 slots");
+static_assert(sizeof(_KelnVci) == 3 * sizeof(void*), "_KelnVci has 3 slots");

@@ -1,0 +1,118 @@
+// Compiling, formatting and module calls.
+
+#include <chrono>
+#include <cstdio>
+
+#include "RuvoManager/ruvo_sdk.h"
+#include "RuvoManager/sdk_call.h"
+#include "host/box_runner.h"
+
+namespace ruvo_sdk {
+
+using detail::applet;
+using detail::str;
+
+int compileRuvo(const char* name, RuvoCompileCallback callback) {
+    const std::string appletName = str(name);
+    MpRuvo* a = applet(name);
+    if (a == nullptr || !callback) return -1;
+    const auto start = std::chrono::steady_clock::now();
+    a->serialize("");
+    if (!a->generateSingleAndMultiCodeFiles("")) return -1;
+    const long long ms = std::chrono::duration_cast<std::chrono::milliseconds>(
+                             std::chrono::steady_clock::now() - start)
+                             .count();
+    std::printf("***********************************generate code time = %lld ms\n", ms);
+    AppletCompiler::startCompileThread(appletName, std::move(callback), false);
+    return 0;
+}
+
+int compileRuvoNoSave(const char* name, RuvoCompileCallback callback) {
+    if (applet(name) == nullptr || !callback) return -1;
+    AppletCompiler::startCompileThread(str(name), std::move(callback), true);
+    return 0;
+}
+
+void stopCompileRuvo(const char* name) {
+    if (applet(name) != nullptr) AppletCompiler::instance().stop(str(name));
+}
+
+int formatFile(const char* path) {
+    AppletCompiler::instance().format(str(path));
+    return 0;
+}
+
+int loadRuvoMp(const char* name) {
+    MpRuvo* a = applet(name);
+    if (a == nullptr) return -1;
+    if (a->isLoaded()) return 0;
+    return a->loadMp() ? 0 : -1;
+}
+
+int unloadRuvoMp(const char* name) {
+    if (MpRuvo* a = applet(name)) a->destoryMp();
+    return 0;
+}
+
+void* getRuvoFuncAddr(const char* name, const char* func) {
+    MpRuvo* a = applet(name);
+    if (a == nullptr) return nullptr;
+    loadRuvoMp(name);
+    return a->getDllFuncAddress(str(func));
+}
+
+int runRuvoFunc(const char* name, const char* func) {
+    MpRuvo* a = applet(name);
+    if (a == nullptr) return -1;
+    const std::string wanted = str(func);
+    for (const auto& f : a->getMpFuncs()) {
+        if (f.getName() != wanted) continue;
+        void* address = a->getDllFuncAddress(wanted);
+        if (address == nullptr) continue;
+        switch (f.getReturnType().getType()) {
+            case KVT_VOID:
+                reinterpret_cast<void (*)()>(address)();
+                return 0;
+            case KVT_S32:
+                reinterpret_cast<s32 (*)()>(address)();
+                return 0;
+            default:
+                break;
+        }
+        break;
+    }
+    std::printf("%s not supported\n", wanted.c_str());
+    return 0;
+}
+
+int loadToolRuvoCode(const char* name, const char* func, const char* code, unsigned size,
+                     RuvoCompileCallback callback) {
+    MpRuvo* a = applet(name);
+    if (a == nullptr) {
+        a = RuvoManager::getInstance().createApplet(str(name), AT_TOOL);
+    } else if (a->getType() == AT_TOOL) {
+        unloadRuvoMp(name);  // so the module in use can be overwritten
+    }
+    if (a == nullptr) return -1;
+    RuvoFunction f{_KelnFunction()};
+    f.setName(str(func));
+    f.setMainFuncFlag(true);
+    f.setBodyCode(code ? std::string(code, size) : std::string());
+    f.setReturnType(Parameter());  // return type value 0
+    a->addMpFunction(f);
+    return compileRuvo(name, callback);
+}
+
+int runVciSoLibrary(const char* file, const char* function, const unsigned char* seed,
+                    unsigned short seedLength, unsigned char* key, unsigned short* keyLength,
+                    void* extra) {
+    const int r = soRun1(file, function, seed, seedLength, key, keyLength, extra);
+    return (r & 0xFF) != 0 ? 0 : 1;
+}
+
+int runVCIScriptDir(unsigned long device, unsigned char mode, char* directory, unsigned size,
+                    void* extra) {
+    return VCI_RunScriptDir(device, mode, directory, size, extra);
+}
+
+}  // namespace ruvo_sdk

@@ -1,0 +1,83 @@
+#include "build/compile_command.h"
+
+#include <vector>
+
+namespace ruvo {
+
+namespace {
+
+const char* const kIncludeDirs[] = {
+    "ucrt",         "ucrt\\sys",        "HostBridge",
+    "RuvoManager",  "RuvoManager\\inc", "CommonKit",
+    "SDK",          "SDK\\CalMaster",   "SDK\\FrameKit",
+    "SDK\\VarStore", "SDK\\DeviceHub",  "SDK\\DeviceHub\\EthLinkApi",
+    "SDK\\DeviceHub\\UsbLinkApi", "SDK\\DeviceHub\\SimBusApi", "SDK\\DeviceHub\\BoxApi",
+    "SDK\\DeviceHub\\BoxRunnerApi",
+};
+
+std::string posixPath(std::string path) {
+    for (char& c : path) {
+        if (c == '\\') c = '/';
+    }
+    return path;
+}
+
+std::string libraries() {
+    return " -lVarStore \t-lRuvoManager\t-lDeviceHub\t-lHostBridge\t-lCommonKit";
+}
+
+}  // namespace
+
+std::string windowsCompileCommand(const CompileCommandInput& in) {
+    const std::string B = in.currentDir + "\\Ruvo";
+    const std::string I = in.currentDir + "\\Ruvo\\KELN_Ruvo_Include";
+    const std::string msvc = B + "\\MSVC\\14.39.33519";
+    const std::string sources = in.codePath + "RuvoBase.cpp" + " " + in.codePath + "singleapp.cpp";
+
+    std::string c = "\"" + B + "\\clang_compiler\\clang++\" -std=c++17 -m32 ";
+    c += "-flto-jobs=" + std::to_string(in.jobs) + " ";
+    c += "-fms-compatibility -fms-compatibility-version=19.39 -target i686-pc-windows-msvc ";
+    c += " -working-directory \"" + msvc + "\\bin\\Hostx64\\x86\" ";
+    c += sources + " ";
+    c += " -shared -o " + in.outputPath;
+    c += " -isystem \"" + msvc + "\\include\"";
+    for (const char* dir : kIncludeDirs) c += " -I \"" + I + "\\" + dir + "\"";
+    c += " -L \"" + B + "\\KELN_Ruvo_Lib\"";
+    c += " -L \"" + msvc + "\\lib\\x86\"";
+    c += libraries();
+
+    return "cmd.exe /c chcp 65001 > nul && set VCINSTALLDIR=" + msvc + " && " +
+           "set VCToolsInstallDir=" + msvc + " && " + "set VSINSTALLDIR=" + B + " &&  " + c;
+}
+
+std::string posixCompileCommand(const CompileCommandInput& in) {
+    const std::string B = in.currentDir + "/Ruvo";
+    const std::string I = in.currentDir + "/Ruvo/KELN_Ruvo_Include";
+    const std::string sources = in.codePath + "RuvoBase.cpp" + " " + in.codePath + "singleapp.cpp";
+
+    std::string c = "\"" + B + "/clang_compiler/clang++\" -std=c++17 ";
+    c += "-flto-jobs=" + std::to_string(in.jobs) + " ";
+    // In place of the Windows target: a shared object that exports only the applet's own
+    // symbols, so it can really be unmapped again.
+    c += "-fPIC -fvisibility=hidden -fvisibility-inlines-hidden -Wno-unused-command-line-argument ";
+    c += sources + " ";
+    c += " -shared -o " + in.outputPath;
+    for (const char* dir : kIncludeDirs) c += " -I \"" + I + "/" + posixPath(dir) + "\"";
+    c += " -L \"" + B + "/KELN_Ruvo_Lib\"";
+    c += libraries();
+    return c;
+}
+
+std::string windowsFormatCommand(const std::string& currentDir, const std::string& path) {
+    const std::string B = currentDir + "\\Ruvo";
+    return B + "\\clang_format\\clang-format.exe -i -style=file:" + B +
+           "\\clang_format\\.clang-format " + "\"" + path + "\"";
+}
+
+std::string posixFormatCommand(const std::string& currentDir, const std::string& path) {
+    const std::string B = currentDir + "/Ruvo";
+    return B + "/clang_format/clang-format.exe -i -style=file:" + B + "/clang_format/.clang-format " +
+           "\"" + path + "\"";
+}
+
+}  // namespace ruvo

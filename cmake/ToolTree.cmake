@@ -1,0 +1,50 @@
+# The tool tree the compile driver expects below the host's working directory:
+#   Ruvo/clang_compiler/clang++, Ruvo/clang_format/{clang-format.exe,.clang-format},
+#   Ruvo/RuvoBase/RuvoBase.{h,cpp}, Ruvo/KELN_Ruvo_Include/..., Ruvo/KELN_Ruvo_Lib/lib*.so
+# laid out in the build directory from the system clang++ and clang-format.
+
+find_program(RUVO_CLANGXX NAMES clang++ clang++-14 REQUIRED)
+find_program(RUVO_CLANG_FORMAT NAMES clang-format clang-format-14 REQUIRED)
+
+set(RUVO_TOOL_ROOT ${CMAKE_BINARY_DIR}/Ruvo)
+set(inc ${RUVO_TOOL_ROOT}/KELN_Ruvo_Include)
+set(applet_texts
+  applet_global_def.h ruvo_basic_def.h ruvo_generate_def.h ruvo_variable_def.h ruvo_xcp_def.h
+  ruvo_com_def.h database.h configuration.h document.txt mp_ruvo.h)
+
+set(steps
+  COMMAND ${CMAKE_COMMAND} -E make_directory ${RUVO_TOOL_ROOT}/clang_compiler
+          ${RUVO_TOOL_ROOT}/clang_format ${RUVO_TOOL_ROOT}/RuvoBase ${RUVO_TOOL_ROOT}/KELN_Ruvo_Lib
+          ${inc}/RuvoManager/inc ${inc}/CommonKit ${inc}/HostBridge
+  COMMAND ${CMAKE_COMMAND} -E create_symlink ${RUVO_CLANGXX} ${RUVO_TOOL_ROOT}/clang_compiler/clang++
+  COMMAND ${CMAKE_COMMAND} -E create_symlink ${RUVO_CLANG_FORMAT}
+          ${RUVO_TOOL_ROOT}/clang_format/clang-format.exe
+  COMMAND ${CMAKE_COMMAND} -E copy_if_different ${CMAKE_SOURCE_DIR}/build/clang-format.style
+          ${RUVO_TOOL_ROOT}/clang_format/.clang-format
+  COMMAND ${CMAKE_COMMAND} -E copy_if_different ${CMAKE_SOURCE_DIR}/RuvoManager/inc/RuvoBase/RuvoBase.h
+          ${CMAKE_SOURCE_DIR}/RuvoManager/inc/RuvoBase/RuvoBase.cpp ${RUVO_TOOL_ROOT}/RuvoBase
+  COMMAND ${CMAKE_COMMAND} -E copy_if_different ${CMAKE_SOURCE_DIR}/RuvoManager/ruvo_export.h
+          ${inc}/RuvoManager
+  COMMAND ${CMAKE_COMMAND} -DIN=${CMAKE_SOURCE_DIR}/dispatch/RuvoTimer.h
+          -DOUT=${inc}/RuvoManager/RuvoTimer.h -P ${CMAKE_SOURCE_DIR}/cmake/flatten_include.cmake
+  COMMAND ${CMAKE_COMMAND} -E copy_if_different ${CMAKE_SOURCE_DIR}/host/inc/commonkit.h
+          ${CMAKE_SOURCE_DIR}/host/inc/commonkitstring.h ${inc}/CommonKit
+  # The host libraries an applet links: all of them live in HostBridge here.
+  COMMAND ${CMAKE_COMMAND} -E create_symlink ../../lib/$<TARGET_FILE_NAME:RuvoManager>
+          ${RUVO_TOOL_ROOT}/KELN_Ruvo_Lib/libRuvoManager.so
+)
+foreach(text ${applet_texts})
+  list(APPEND steps COMMAND ${CMAKE_COMMAND} -E copy_if_different
+       ${CMAKE_SOURCE_DIR}/RuvoManager/inc/${text} ${inc}/RuvoManager/inc/${text})
+endforeach()
+foreach(lib HostBridge VarStore DeviceHub CommonKit)
+  list(APPEND steps COMMAND ${CMAKE_COMMAND} -E create_symlink ../../lib/$<TARGET_FILE_NAME:HostBridge>
+       ${RUVO_TOOL_ROOT}/KELN_Ruvo_Lib/lib${lib}.so)
+endforeach()
+
+add_custom_target(ruvo_tool_tree ALL ${steps}
+  COMMENT "Laying out the applet tool tree in ${RUVO_TOOL_ROOT}" VERBATIM)
+add_dependencies(ruvo_tool_tree RuvoManager HostBridge)
+
+install(TARGETS RuvoManager HostBridge LIBRARY DESTINATION lib)
+install(DIRECTORY ${RUVO_TOOL_ROOT} DESTINATION . USE_SOURCE_PERMISSIONS)

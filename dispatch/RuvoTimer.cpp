@@ -1,0 +1,60 @@
+#include "dispatch/RuvoTimer.h"
+
+#include <chrono>
+
+RuvoTimer::RuvoTimer(unsigned long long intervalMs, std::function<void()> cb)
+    : interval(intervalMs), callback(std::move(cb)) {}
+
+RuvoTimer::~RuvoTimer() {
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        callback = nullptr;
+    }
+    stop();
+    if (worker.valid()) worker.wait();
+}
+
+void RuvoTimer::setCallBack(std::function<void()> cb) {
+    std::lock_guard<std::mutex> lock(mutex);
+    callback = std::move(cb);
+}
+
+std::function<void()> RuvoTimer::getCallBack() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return callback;
+}
+
+void RuvoTimer::start(bool once) {
+    if (running.exchange(true)) return;
+    // Assigning waits for a previous task's end, as the old future is released.
+    worker = std::async(std::launch::async, [this, once] { work(once); });
+}
+
+void RuvoTimer::stop() {
+    if (!running.exchange(false)) return;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        running.store(false);
+    }
+    condition.notify_all();
+}
+
+void RuvoTimer::work(bool once) {
+    while (running.load()) {
+        const auto begin = std::chrono::steady_clock::now();
+        std::function<void()> cb;
+        {
+            std::unique_lock<std::mutex> lock(mutex);
+            condition.wait_until(lock, begin + std::chrono::milliseconds(interval),
+                                 [this] { return !running.load(); });
+            if (!running.load()) return;
+            cb = callback;
+        }
+        // The period is the interval plus the callback's own time; late firings aren't made up.
+        if (cb) cb();
+        if (once) {
+            stop();
+            return;
+        }
+    }
+}

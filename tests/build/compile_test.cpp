@@ -1,0 +1,258 @@
+// The whole road through ruvo_sdk calls alone, with the real clang++, and the driver's
+// failure paths with a fake compiler.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "build/compile_support.h"
+#include "test_support.h"
+
+using testing_support::CompileReport;
+using testing_support::CompileWaiter;
+using testing_support::TempDir;
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string slurp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
+
+bool mapped(const std::string& path) {
+    return slurp("/proc/self/maps").find(fs::canonical(fs::path(path).parent_path()).string() + "/" +
+                                         fs::path(path).filename().string()) != std::string::npos;
+}
+
+void setBody(const char* applet, const char* func, const std::string& body) {
+    ASSERT_EQ(ruvo_sdk::setRuvoFuncCodeByName(applet, func, body.data(), static_cast<unsigned>(body.size())), 0);
+}
+
+// Runs in the tool tree of the build, as the host runs in its installation directory.
+class RealCompile : public ::testing::Test {
+protected:
+    void SetUp() override {
+        previous = fs::current_path();
+        fs::current_path(RUVO_TOOL_TREE_DIR);
+        ruvo_sdk::initRuvo(project.path().c_str());
+    }
+    void TearDown() override {
+        for (const auto& n : RuvoManager::getInstance().getAppletNameList()) {
+            ruvo_sdk::unloadRuvoMp(n.c_str());
+            ruvo_sdk::destroyRuvo(n.c_str());
+        }
+        fs::current_path(previous);
+    }
+    CompileReport compile(const char* applet) {
+        CompileWaiter waiter;
+        EXPECT_EQ(ruvo_sdk::compileRuvo(applet, waiter.callback()), 0);
+        return waiter.wait();
+    }
+    TempDir project;
+    fs::path previous;
+};
+
+}  // namespace
+
+TEST_F(RealCompile, EditorRoadFromBindingToRunningModule) {
+    ASSERT_EQ(ruvo_sdk::createRuvo("road", AT_TOOL), 0);
+    ASSERT_EQ(ruvo_sdk::genDefaultMainFunction("road"), 0);
+    ASSERT_EQ(ruvo_sdk::insertRecvCANId("road", "req", 0x7E0), 0);
+    const std::string marker = project.file("ran.txt");
+    setBody("road", "mainRun",
+            "FILE* f = fopen(\"" + marker + "\", \"w\");\n"
+            "if (f) { fprintf(f, \"main ran, tables %s\", &com == &g_com ? \"bound\" : \"unbound\"); fclose(f); }\n");
+    setBody("road", "on_can_rx_req",
+            "ACAN->FData[0] = static_cast<u8>(ACAN->Id & 0xFF);\n"
+            "ACAN->FData[1] = ACAN->dlc;\nACAN->byteDataLen = 2;\nACAN->dir = 1;\n");
+
+    const CompileReport report = compile("road");
+    ASSERT_EQ(report.result, CR_SUCCESS) << report.text;
+    EXPECT_EQ(report.applet, "road");
+    const std::string tail = "Compilation completed.\n";
+    EXPECT_EQ(report.text.substr(report.text.size() - tail.size()), tail);
+    EXPECT_LT(report.ms, 30000u);
+    EXPECT_TRUE(fs::exists(project.file("road_code/appletCfg.ruvo")));
+    EXPECT_TRUE(fs::exists(project.file("road_mp/road.mp")));
+
+    EXPECT_EQ(ruvo_sdk::loadRuvoMp("road"), 0);
+    void* handle = RuvoManager::getInstance().getApplet("road")->getMpHandle();
+    EXPECT_EQ(ruvo_sdk::loadRuvoMp("road"), 0);
+    EXPECT_EQ(RuvoManager::getInstance().getApplet("road")->getMpHandle(), handle) << "loaded twice";
+
+    void* rx = ruvo_sdk::getRuvoFuncAddr("road", "on_can_rx_req");
+    ASSERT_NE(rx, nullptr);
+    EXPECT_NE(ruvo_sdk::getRuvoFuncAddr("road", "mainRun"), nullptr);
+    EXPECT_NE(ruvo_sdk::getRuvoFuncAddr("road", "intKelnCompltInfo"), nullptr);
+    EXPECT_EQ(ruvo_sdk::getRuvoFuncAddr("road", "init"), nullptr) << "only handlers are exported";
+    EXPECT_EQ(ruvo_sdk::getRuvoFuncAddr("road", "nothing"), nullptr);
+    EXPECT_EQ(ruvo_sdk::getRuvoFuncAddr("nobody", "mainRun"), nullptr);
+
+    // The record crosses from this library into the clang-built module with one layout.
+    _KelnCan frame{};
+    frame.Id = 0x7E0;
+    frame.dlc = 8;
+    reinterpret_cast<void (*)(_KelnCan*)>(rx)(&frame);
+    EXPECT_EQ(frame.FData[0], 0xE0);
+    EXPECT_EQ(frame.FData[1], 8);
+    EXPECT_EQ(frame.byteDataLen, 2);
+    EXPECT_EQ(frame.dir, 1u);
+    EXPECT_EQ(frame.Id, 0x7E0u);
+
+    EXPECT_EQ(ruvo_sdk::runRuvoFunc("road", "mainRun"), 0);
+    EXPECT_EQ(slurp(marker), "main ran, tables bound");
+    EXPECT_EQ(ruvo_sdk::runRuvoFunc("road", "on_can_rx_req"), 0);  // "not supported": void(PKelnCan)
+    EXPECT_EQ(ruvo_sdk::runRuvoFunc("nobody", "mainRun"), -1);
+}
+
+TEST_F(RealCompile, RecompiledModuleReplacesTheOldOneInTheSameProcess) {
+    ASSERT_EQ(ruvo_sdk::createRuvo("again", AT_TOOL), 0);
+    ruvo_sdk::genDefaultMainFunction("again");
+    char* args[] = {const_cast<char*>("version"), const_cast<char*>("")};
+    ASSERT_EQ(ruvo_sdk::createRuvoFunc("again", "version", RFT_SELF_DEFINE, args, 2), 0);
+    setBody("again", "version", "return 1;");
+    ASSERT_EQ(compile("again").result, CR_SUCCESS);
+    ASSERT_EQ(ruvo_sdk::loadRuvoMp("again"), 0);
+    const std::string module = project.file("again_mp/again.mp");
+    auto version = reinterpret_cast<s32 (*)()>(ruvo_sdk::getRuvoFuncAddr("again", "version"));
+    ASSERT_NE(version, nullptr);
+    EXPECT_EQ(version(), 1);
+    EXPECT_TRUE(mapped(module));
+
+    ASSERT_EQ(ruvo_sdk::unloadRuvoMp("again"), 0);
+    EXPECT_FALSE(mapped(module)) << "the old module is still mapped after unload";
+
+    setBody("again", "version", "return 2;");
+    ASSERT_EQ(compile("again").result, CR_SUCCESS);
+    ASSERT_EQ(ruvo_sdk::loadRuvoMp("again"), 0);
+    version = reinterpret_cast<s32 (*)()>(ruvo_sdk::getRuvoFuncAddr("again", "version"));
+    ASSERT_NE(version, nullptr);
+    EXPECT_EQ(version(), 2);
+}
+
+TEST_F(RealCompile, SyntaxErrorFailsWithTheCompilersMessage) {
+    ASSERT_EQ(ruvo_sdk::createRuvo("broken", AT_TOOL), 0);
+    ruvo_sdk::genDefaultMainFunction("broken");
+    setBody("broken", "mainRun", "int x = ;\n");
+    const CompileReport report = compile("broken");
+    EXPECT_EQ(report.result, CR_FAILURE);
+    EXPECT_NE(report.text.find("error: expected expression"), std::string::npos) << report.text;
+    EXPECT_NE(report.text.find("singleapp.cpp"), std::string::npos);
+}
+
+TEST_F(RealCompile, ToolCodeIsBuiltIntoAToolApplet) {
+    const std::string code = "extern \"C\" __declspec(dllexport) int tool_answer() { return 42; }\n";
+    CompileWaiter waiter;
+    ASSERT_EQ(ruvo_sdk::loadToolRuvoCode("tool", "toolMain", code.data(), static_cast<unsigned>(code.size()),
+                                         waiter.callback()),
+              0);
+    const CompileReport report = waiter.wait();
+    ASSERT_EQ(report.result, CR_SUCCESS) << report.text;
+    auto answer = reinterpret_cast<int (*)()>(ruvo_sdk::getRuvoFuncAddr("tool", "tool_answer"));
+    ASSERT_NE(answer, nullptr);
+    EXPECT_EQ(answer(), 42);
+    EXPECT_EQ(RuvoManager::getInstance().getApplet("tool")->getType(), AT_TOOL);
+}
+
+TEST_F(RealCompile, FormatterRewritesInPlaceAndAlwaysAnswersZero) {
+    const std::string file = project.file("ugly.cpp");
+    std::ofstream(file) << "int  main( ){return 0 ;}\n";
+    EXPECT_EQ(ruvo_sdk::formatFile(file.c_str()), 0);
+    EXPECT_EQ(slurp(file), "int main() { return 0; }\n");
+    EXPECT_EQ(AppletCompiler::instance().format(file), 0);
+    EXPECT_EQ(ruvo_sdk::formatFile(project.file("missing.cpp").c_str()), 0);
+    EXPECT_EQ(AppletCompiler::instance().format(project.file("missing.cpp")), -3);
+}
+
+TEST(CompileCalls, UnknownAppletAndEmptyCallbackGiveMinusOneAndNoCallback) {
+    TempDir project;
+    ruvo_sdk::initRuvo(project.path().c_str());
+    CompileWaiter waiter;
+    EXPECT_EQ(ruvo_sdk::compileRuvo("nobody", waiter.callback()), -1);
+    EXPECT_EQ(ruvo_sdk::compileRuvoNoSave("nobody", waiter.callback()), -1);
+    ASSERT_EQ(ruvo_sdk::createRuvo("quiet", AT_TOOL), 0);
+    EXPECT_EQ(ruvo_sdk::compileRuvo("quiet", RuvoCompileCallback()), -1);
+    EXPECT_FALSE(fs::exists(project.file("quiet_code/appletCfg.ruvo"))) << "nothing saved";
+    EXPECT_EQ(ruvo_sdk::compileRuvoNoSave("quiet", RuvoCompileCallback()), -1);
+    ruvo_sdk::stopCompileRuvo("nobody");
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(waiter.calls(), 0);
+    ruvo_sdk::destroyRuvo("quiet");
+}
+
+namespace {
+
+// A tool tree whose clang++ is a script, for the paths the real compiler rarely takes.
+class FakeCompiler : public ::testing::Test {
+protected:
+    void SetUp() override {
+        previous = fs::current_path();
+        fs::current_path(host.path());
+        ruvo_sdk::initRuvo(project.path().c_str());
+        ASSERT_EQ(ruvo_sdk::createRuvo("fake", AT_TOOL), 0);
+        ruvo_sdk::genDefaultMainFunction("fake");
+    }
+    void TearDown() override {
+        ruvo_sdk::destroyRuvo("fake");
+        fs::current_path(previous);
+    }
+    void installCompiler(const std::string& script) {
+        fs::create_directories(host.file("Ruvo/clang_compiler"));
+        const std::string path = host.file("Ruvo/clang_compiler/clang++");
+        std::ofstream(path) << "#!/bin/sh\n" << script << "\n";
+        ::chmod(path.c_str(), 0755);
+    }
+    TempDir host, project;
+    fs::path previous;
+};
+
+}  // namespace
+
+TEST_F(FakeCompiler, MissingCompilerIsAStartFailure) {
+    CompileWaiter waiter;
+    ASSERT_EQ(ruvo_sdk::compileRuvo("fake", waiter.callback()), 0);
+    const CompileReport report = waiter.wait();
+    EXPECT_EQ(report.result, CR_FAILURE);
+    EXPECT_EQ(report.text,
+              "CreateProcess failed: 2. Please check if clang++. exe exists or if the file to be compiled exists.");
+}
+
+TEST_F(FakeCompiler, BothStreamsAreCapturedAndThePluralCountsAsFailure) {
+    installCompiler("echo compiling; echo '1 warning and 0 errors generated.' >&2; exit 0");
+    CompileWaiter waiter;
+    ASSERT_EQ(ruvo_sdk::compileRuvoNoSave("fake", waiter.callback()), 0);
+    const CompileReport report = waiter.wait();
+    EXPECT_EQ(report.result, CR_FAILURE);
+    EXPECT_EQ(report.text, "compiling\n1 warning and 0 errors generated.\nCompilation completed.\n");
+}
+
+TEST_F(FakeCompiler, ExitCodeAloneDoesNotFail) {
+    installCompiler("echo 'all fine'; exit 3");
+    CompileWaiter waiter;
+    ASSERT_EQ(ruvo_sdk::compileRuvo("fake", waiter.callback()), 0);
+    EXPECT_EQ(waiter.wait().result, CR_SUCCESS);
+    EXPECT_TRUE(fs::exists(project.file("fake_code/RuvoBase.cpp")) == false) << "no base files in this tree";
+}
+
+TEST_F(FakeCompiler, StopDuringACompileReportsFailureWithTheStopText) {
+    installCompiler("echo started; sleep 30; echo finished");
+    CompileWaiter waiter;
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_EQ(ruvo_sdk::compileRuvo("fake", waiter.callback()), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    ruvo_sdk::stopCompileRuvo("fake");
+    const CompileReport report = waiter.wait(20);
+    EXPECT_EQ(report.result, CR_FAILURE);
+    EXPECT_EQ(report.text.rfind("error! compile stop! \n", 0), 0u) << report.text;
+    EXPECT_EQ(report.text.find("finished"), std::string::npos);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    ruvo_sdk::stopCompileRuvo("fake");  // long ended: the text is replaced, nothing else happens
+    EXPECT_EQ(AppletCompiler::instance().output(), report.text);
+}
