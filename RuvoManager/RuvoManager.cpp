@@ -3,7 +3,9 @@
 #include <filesystem>
 #include <system_error>
 
+#include "dispatch/handler_sets.h"
 #include "host/log_interface.h"
+#include "model/revision.h"
 
 namespace {
 
@@ -24,16 +26,23 @@ RuvoManager& RuvoManager::getInstance() {
     return *instance;
 }
 
-RuvoManager::RuvoManager() {
+RuvoManager::RuvoManager() : handlerCache(new ruvo::HandlerCache) {
     MpRuvo::setModuleHooks([](const std::string&) { RuvoManager::getInstance().registerLambdaCallback(); },
                            [](const std::string& name) {
                                RuvoManager::getInstance().unregisterLambdaCallback(name);
                            });
     registReceiver(this);
     calmasterInterface::calmasterSdk_init();
+    {
+        std::lock_guard<std::mutex> lock(dispatchThreadMutex);
+        dispatchThreadId = std::this_thread::get_id();
+    }
+    recvFlag.store(false);
+    recvFrame = new _KelnCan;
 }
 
 RuvoManager::~RuvoManager() {
+    delete recvFrame;
     unRegistReceiver(this);
     applets.clear();
 }
@@ -55,6 +64,7 @@ MpRuvo* RuvoManager::createApplet(const std::string& name, AppletType type) {
         std::lock_guard<std::mutex> lock(appletsMutex);
         applets[name] = applet;
     }
+    ruvo::touchModel();
     return applet.get();
 }
 
@@ -72,6 +82,7 @@ MpRuvo* RuvoManager::loadApplet(const std::string& configPath) {
         ensureDirectory(applet->getCodePath());
         ensureDirectory(applet->getExportPath());
         applets[name] = applet;
+        ruvo::touchModel();
     }
     const auto it = applets.find(name);
     return it == applets.end() ? nullptr : getApplet(name);
@@ -80,6 +91,7 @@ MpRuvo* RuvoManager::loadApplet(const std::string& configPath) {
 void RuvoManager::deleteApplet(const std::string& name) {
     std::lock_guard<std::mutex> lock(appletsMutex);
     applets.erase(name);
+    ruvo::touchModel();
 }
 
 MpRuvo* RuvoManager::getApplet(const std::string& name) {
@@ -88,6 +100,7 @@ MpRuvo* RuvoManager::getApplet(const std::string& name) {
 }
 
 std::string RuvoManager::getAppletMainPort(const std::string& name) {
+    if (applets.find(name) == applets.end()) ruvo::touchModel();
     const std::shared_ptr<MpRuvo>& applet = applets[name];
     return applet ? applet->getMainPort() : std::string();
 }
@@ -105,7 +118,8 @@ std::map<void*, std::pair<std::string, std::string>> RuvoManager::getLoadRuvoFun
     for (const auto& entry : applets) {
         const std::shared_ptr<MpRuvo>& applet = entry.second;
         if (!applet || !applet->isLoaded()) continue;
-        for (const auto& f : applet->getMpFuncs()) {
+        for (const auto& named : applet->functions()) {
+            const RuvoFunction& f = named.second;
             if (f.getSubType() != subType) continue;
             if (void* address = applet->getDllFuncAddress(f.getName())) {
                 found[address] = {entry.first, f.getName()};
@@ -119,10 +133,3 @@ void RuvoManager::registerLambdaCallback() {}
 
 void RuvoManager::unregisterLambdaCallback(std::string) {}
 
-void RuvoManager::beforeStartup() {}
-void RuvoManager::onStartup(std::list<int>, std::list<int>) {}
-void RuvoManager::onShutdown() {}
-void RuvoManager::onFindDeviceSuccess(const std::map<DevType, int>&) {}
-void RuvoManager::onPackageRecv(const CanPackage*, int) {}
-void RuvoManager::onSortPackageRecv(const CanPackage*, int) {}
-void RuvoManager::prePackageSend(std::list<CanPackage>&) {}

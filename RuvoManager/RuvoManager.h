@@ -1,15 +1,22 @@
 #pragma once
 // The process-wide registry of applets and the host's bus listener.
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "host/sdk_receiver.h"
 #include "model/MpRuvo.h"
+
+namespace ruvo {
+class HandlerCache;
+struct BusHandler;
+}
 
 class RUVO_API RuvoManager : public ISDKReceiver {
 public:
@@ -32,6 +39,12 @@ public:
     // Exported handlers of loaded applets of one sub type: address to (applet, function).
     std::map<void*, std::pair<std::string, std::string>> getLoadRuvoFuns(int subType);
 
+    // The one-frame slot behind wait_can_msg: the first frame of the latest batch.
+    void initRecvMessage();
+    bool getRecvMesssage(_KelnCan*& out);
+    // The thread of the latest onPackageRecv (at first, the thread that built the manager).
+    std::thread::id getThreadId();
+
     // Keyboard hooks follow module loads; the keyboard worker comes with shortcut dispatch.
     void registerLambdaCallback();
     void unregisterLambdaCallback(std::string appletName);
@@ -50,7 +63,16 @@ private:
     RuvoManager();
     ~RuvoManager() override;
 
+    struct Source;
+    void callHandlers(const CanPackage& package, const std::vector<ruvo::BusHandler>& set);
+
     std::map<std::string, std::shared_ptr<MpRuvo>> applets;
     std::string projectPath;
     std::mutex appletsMutex;
+    std::thread::id dispatchThreadId;
+    std::mutex dispatchThreadMutex;
+    std::atomic<bool> recvFlag{false};
+    _KelnCan* recvFrame = nullptr;
+    std::mutex recvMutex;
+    std::unique_ptr<ruvo::HandlerCache> handlerCache;
 };

@@ -72,6 +72,16 @@ RUVO_API int getRuvoFuncAdditionInfo(const char* applet, const char* name, char*
 // Replaces "mainRun" with a fresh main function on every call.
 RUVO_API int genDefaultMainFunction(const char* applet);
 
+// ---- inner functions (the services, as the editor lists them) ----
+RUVO_API int getRuvoInnerFuncCount(const char* applet);
+// *count becomes the list size; `out` must hold that many records.
+RUVO_API int getRuvoInnerFuncs(const char* applet, _KelnFunction* out, unsigned* count);
+// Outputs stay as they were when no service has that name; the result is 0 then too.
+RUVO_API int getRuvoInnerFuncInfo(const char* applet, const char* func, _KelnFunction* out, char* demo,
+                                  int* subType);
+// 0 when a service of that name, type and sub type is listed, -1 when not.
+RUVO_API int hasRuvoInnerFunc(const char* applet, const char* func, _FuncType type, _ToolFuncType subType);
+
 // ---- generated files ----
 // 0 when written, -1 for an unknown applet, a dependency circle or a failed write.
 // `path` replaces the code directory and must end in a separator.
@@ -151,6 +161,11 @@ RUVO_API int getTimers(const char* applet, char** const names, unsigned long lon
 RUVO_API int getTimerInterval(const char* applet, const char* key, unsigned long long* out);
 RUVO_API int clearStartEvents(const char* applet);
 RUVO_API int clearStopEvents(const char* applet);
+
+// ---- measurement ----
+// Starts the devices; 1 when they did not start. From the bus thread it returns at once.
+RUVO_API int kelnStartup();
+RUVO_API int kelnStop();
 
 // ---- modules ----
 RUVO_API int loadRuvoMp(const char* applet);

@@ -271,6 +271,48 @@ int getRuvoFuncAdditionInfo(const char* name, const char* func, char** out) {
     return 0;
 }
 
+int getRuvoInnerFuncCount(const char* name) {
+    MpRuvo* a = applet(name);
+    return a ? static_cast<int>(a->getInnerFuncs().size()) : -1;
+}
+
+int getRuvoInnerFuncs(const char* name, _KelnFunction* out, unsigned* count) {
+    MpRuvo* a = applet(name);
+    if (a == nullptr) return -1;
+    const auto funcs = a->getInnerFuncs();
+    if (count != nullptr) *count = static_cast<unsigned>(funcs.size());
+    unsigned i = 0;
+    for (const auto& f : funcs) {
+        if (out != nullptr) out[i] = f;
+        ++i;
+    }
+    return 0;
+}
+
+int getRuvoInnerFuncInfo(const char* name, const char* func, _KelnFunction* out, char* demo, int* subType) {
+    MpRuvo* a = applet(name);
+    if (a == nullptr) return -1;
+    const std::string wanted = str(func);
+    for (const auto& f : a->getInnerFuncs()) {
+        if (f.getName() != wanted) continue;
+        if (out != nullptr) *out = f;
+        printInto(demo, f.getDemo());
+        if (subType != nullptr) *subType = f.getSubType();
+        break;
+    }
+    return 0;
+}
+
+int hasRuvoInnerFunc(const char* name, const char* func, _FuncType type, _ToolFuncType subType) {
+    MpRuvo* a = applet(name);
+    if (a == nullptr) return -1;
+    const std::string wanted = str(func);
+    for (const auto& f : a->getInnerFuncs()) {
+        if (f.getName() == wanted && f.getType() == type && f.getSubType() == subType) return 0;
+    }
+    return -1;
+}
+
 int genDefaultMainFunction(const char* name) {
     MpRuvo* a = applet(name);
     if (a == nullptr) return -1;

@@ -3,4 +3,6 @@
 
 #include "host/box_runner.h"
 #include "host/log_interface.h"
+#include "host/frame_kit.h"
 #include "host/sdk_receiver.h"
+#include "host/workstation.h"

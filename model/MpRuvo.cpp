@@ -8,6 +8,7 @@
 
 #include "host/log_interface.h"
 #include "model/json_util.h"
+#include "model/revision.h"
 #include "model/text_file.h"
 #include "model/type_names.h"
 
@@ -82,11 +83,14 @@ void MpRuvo::setModuleHooks(ModuleHook beforeLoad, ModuleHook beforeUnload) {
 
 bool MpRuvo::loadMp() {
     if (ModuleHook hook = g_beforeLoad.load()) hook(getMpName());
-    return loader.loadMp(getMpDllFullPath());
+    const bool loaded = loader.loadMp(getMpDllFullPath());
+    ruvo::touchModel();
+    return loaded;
 }
 
 void MpRuvo::destoryMp() {
     if (ModuleHook hook = g_beforeUnload.load()) hook(getMpName());
+    ruvo::touchModel();
     loader.destoryMp();
 }
 
@@ -210,9 +214,12 @@ bool MpRuvo::deserilize(const std::string& path) {
         preSendCANIds = savedPre;
         timers = savedTimers;
         editType = savedEdit;
+        ruvo::touchModel();
     };
+    ruvo::touchModel();
     try {
         deseralize(text);
+        ruvo::touchModel();
     } catch (const ruvo::ConfigError& e) {
         restore();
         throw ruvo::ConfigError(path + ": " + e.what());
@@ -250,6 +257,7 @@ void MpRuvo::insertAdditions(std::string funcPrefix, std::string key, std::list<
 
 int MpRuvo::insertCanBinding(std::map<std::string, u64>& map, const char* prefix,
                              _RuvoFuncType subType, const std::string& key, u64 id) {
+    ruvo::touchModel();
     map.erase(key);
     map.emplace(key, id);
     const RuvoFunction f = createFunc(prefix + key, subType, {});
@@ -261,6 +269,7 @@ int MpRuvo::insertCanBinding(std::map<std::string, u64>& map, const char* prefix
 
 int MpRuvo::updateCanBinding(std::map<std::string, u64>& map, const char* prefix,
                              const std::string& oldKey, const std::string& newKey, u64 id) {
+    ruvo::touchModel();
     auto entry = map.find(oldKey);
     if (entry == map.end()) return -1;
     RuvoFunction* old = findFuncPtr(prefix + oldKey);
@@ -284,6 +293,7 @@ int MpRuvo::updateCanBinding(std::map<std::string, u64>& map, const char* prefix
 
 void MpRuvo::removeCanBinding(std::map<std::string, u64>& map, const std::string& key) {
     map.erase(key);
+    ruvo::touchModel();
     // By the key, not the function name: the event function stays unless the caller names it.
     removeMpFunc(key);
 }
@@ -291,6 +301,7 @@ void MpRuvo::removeCanBinding(std::map<std::string, u64>& map, const std::string
 void MpRuvo::clearCanBindings(std::map<std::string, u64>& map, _RuvoFuncType subType) {
     for (const auto& entry : map) removeMpFunc(keyToFunName(entry.first, subType));
     map.clear();
+    ruvo::touchModel();
 }
 
 int MpRuvo::insertRecvCANId(std::string key, u64 id) {

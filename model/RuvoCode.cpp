@@ -7,6 +7,7 @@
 
 #include "host/log_interface.h"
 #include "model/json_util.h"
+#include "model/revision.h"
 #include "model/text_file.h"
 #include "model/type_names.h"
 
@@ -68,7 +69,33 @@ std::list<RuvoFunction> RuvoCode::getFuncList() const {
     return out;
 }
 
-void RuvoCode::addFunc(const RuvoFunction& function) { funcs[function.getName()] = function; }
+RuvoCode& RuvoCode::operator=(const RuvoCode& other) {
+    if (this != &other) {
+        globalVars = other.globalVars;
+        funcs = other.funcs;
+        reservedText1 = other.reservedText1;
+        reservedText2 = other.reservedText2;
+        headCode = other.headCode;
+        tailCode = other.tailCode;
+        ruvo::touchModel();
+    }
+    return *this;
+}
+
+void RuvoCode::addFunc(const RuvoFunction& function) {
+    funcs[function.getName()] = function;
+    ruvo::touchModel();
+}
+
+void RuvoCode::deleleFunc(const std::string& name) {
+    funcs.erase(name);
+    ruvo::touchModel();
+}
+
+void RuvoCode::clearFuncList() {
+    funcs.clear();
+    ruvo::touchModel();
+}
 
 void RuvoCode::removeFunc(const char* name) {
     if (name != nullptr) deleleFunc(name);
@@ -87,6 +114,7 @@ RuvoFunction RuvoCode::findFunc(const std::string& name) const {
 }
 
 RuvoFunction* RuvoCode::findFuncPtr(const std::string& name) {
+    ruvo::touchModel();  // the caller may change name or sub type through the pointer
     const auto it = funcs.find(name);
     return it == funcs.end() ? nullptr : &it->second;
 }
@@ -203,6 +231,7 @@ std::string RuvoCode::getMainContentCpp() {
         if (it->second.getSubType() == RFT_GLOBAL_DEFINE) {
             text += it->second.getAllCode() + "\n";
             funcs.erase(it);
+            ruvo::touchModel();
             break;
         }
     }
@@ -414,4 +443,5 @@ void RuvoCode::deserilize(const cJSON* code) {
     }
     globalVars.swap(vars);
     funcs.swap(functions);
+    ruvo::touchModel();
 }

@@ -18,7 +18,7 @@ public:
     RuvoCode();
     virtual ~RuvoCode() = default;
     RuvoCode(const RuvoCode&) = default;
-    RuvoCode& operator=(const RuvoCode&) = default;
+    RuvoCode& operator=(const RuvoCode& other);
 
     // Head text back to the default include lines, tail text empty.
     void InitCode();
@@ -31,11 +31,13 @@ public:
     void delGlobalVar(const char* name);
 
     std::list<RuvoFunction> getFuncList() const;
+    // The functions in name order, without copying them.
+    const std::map<std::string, RuvoFunction>& functions() const { return funcs; }
     size_t getFuncCount() const { return funcs.size(); }
     void addFunc(const RuvoFunction& function);
     void removeFunc(const char* name);
     void deleteFuncByNode(const std::string& name);
-    void clearFuncList() { funcs.clear(); }
+    void clearFuncList();
     RuvoFunction findFunc(const std::string& name) const;
     RuvoFunction* findFuncPtr(const std::string& name);
     const RuvoFunction* findFuncPtr(const std::string& name) const;
@@ -86,7 +88,7 @@ public:
     static RuvoFunction parsFuncJson(const cJSON* item);
 
 private:
-    void deleleFunc(const std::string& name) { funcs.erase(name); }
+    void deleleFunc(const std::string& name);
     bool visitForCycle(const std::string& name, std::map<std::string, bool>& inStack,
                        std::set<std::string>& visited) const;
 

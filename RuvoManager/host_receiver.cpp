@@ -1,0 +1,155 @@
+// The manager as the host's bus listener: frames, pre-send rewrites, measurement start and
+// stop, the one-frame slot, and starting and stopping the measurement.
+
+#include <set>
+
+#include "RuvoManager/RuvoManager.h"
+#include "RuvoManager/ruvo_sdk.h"
+#include "dispatch/frame_convert.h"
+#include "dispatch/handler_sets.h"
+#include "host/workstation.h"
+
+using ruvo::BusHandler;
+using ruvo::FrameConverter;
+
+struct RuvoManager::Source : ruvo::HandlerSource {
+    explicit Source(RuvoManager& m) : manager(m) {}
+    ruvo::HandlerMap handlersOf(int subType) override { return manager.getLoadRuvoFuns(subType); }
+    bool idsOf(const std::string& name, int subType, std::map<std::string, u64>& out) override {
+        MpRuvo* applet = manager.getApplet(name);
+        if (applet == nullptr) return false;
+        out = subType == RFT_CAN_RECV   ? applet->getRecvCANId()
+              : subType == RFT_CAN_SEND ? applet->getSendCANId()
+                                        : applet->getPreSendCANId();
+        return true;
+    }
+    RuvoManager& manager;
+};
+
+void RuvoManager::initRecvMessage() {
+    recvFlag.store(false);
+    if (recvFrame != nullptr) *recvFrame = _KelnCan{};
+}
+
+bool RuvoManager::getRecvMesssage(_KelnCan*& out) {
+    std::lock_guard<std::mutex> lock(recvMutex);
+    if (!recvFlag.load() || recvFrame == nullptr || out == nullptr) return false;
+    *out = *recvFrame;
+    return true;
+}
+
+std::thread::id RuvoManager::getThreadId() {
+    std::lock_guard<std::mutex> lock(dispatchThreadMutex);
+    return dispatchThreadId;
+}
+
+void RuvoManager::callHandlers(const CanPackage& package, const std::vector<BusHandler>& set) {
+    const u64 frameId = FrameConverter::frameIdOf(package);
+    for (const BusHandler& handler : set) {
+        for (const u64 bound : handler.ids) {
+            if (!ruvo::idMatches(bound, frameId)) continue;
+            _KelnCan frame;  // a fresh record for every call
+            FrameConverter::instance().toKelnCan(package, frame);
+            reinterpret_cast<void (*)(_KelnCan*)>(handler.address)(&frame);
+        }
+    }
+}
+
+void RuvoManager::onPackageRecv(const CanPackage* packages, int count) {
+    if (count > 0 && packages != nullptr) {
+        std::lock_guard<std::mutex> lock(recvMutex);
+        recvFlag.store(true);
+        if (recvFrame != nullptr) FrameConverter::instance().toKelnCan(packages[0], *recvFrame);
+    }
+    {
+        std::lock_guard<std::mutex> lock(dispatchThreadMutex);
+        dispatchThreadId = std::this_thread::get_id();
+    }
+    Source source(*this);
+    const auto sets = handlerCache->current(source);
+    if (sets->received.empty() && sets->sent.empty()) return;
+    for (int i = 0; i < count; ++i) {
+        const CanPackage& package = packages[i];
+        if (!package.message) continue;
+        switch (GetMessageDir(package.message)) {
+            case 0: callHandlers(package, sets->received); break;
+            case 1: callHandlers(package, sets->sent); break;
+            default: break;
+        }
+    }
+}
+
+void RuvoManager::prePackageSend(std::list<CanPackage>& packages) {
+    Source source(*this);
+    const auto sets = handlerCache->current(source);
+    // Handlers outside, packages inside: each handler sees what the ones before it made.
+    for (const BusHandler& handler : sets->preSend) {
+        auto fn = reinterpret_cast<void (*)(_KelnCan*)>(handler.address);
+        for (CanPackage& package : packages) {
+            if (!package.message) continue;
+            _KelnCan frame;
+            FrameConverter::instance().toKelnCan(package, frame);
+            const u64 frameId = FrameConverter::frameIdOf(package);
+            for (const u64 bound : handler.ids) {
+                if (!ruvo::idMatches(bound, frameId)) continue;
+                fn(&frame);
+                // Every match makes a new message, so the frame gets a new time stamp.
+                package = FrameConverter::instance().toPackage(frame);
+            }
+        }
+    }
+}
+
+void RuvoManager::onStartup(std::list<int>, std::list<int>) {
+    for (const auto& entry : getLoadRuvoFuns(RFT_PROGRAM_START)) {
+        reinterpret_cast<void (*)()>(entry.first)();
+    }
+}
+
+void RuvoManager::onShutdown() {
+    for (const auto& entry : getLoadRuvoFuns(RFT_PROGRAM_STOP)) {
+        reinterpret_cast<void (*)()>(entry.first)();
+    }
+}
+
+void RuvoManager::beforeStartup() {}
+void RuvoManager::onFindDeviceSuccess(const std::map<DevType, int>&) {}
+void RuvoManager::onSortPackageRecv(const CanPackage*, int) {}
+
+namespace {
+
+std::list<int> enabledDevices() {
+    std::set<int> devices;
+    for (NetWorkType network : {NETWORK_CAN, NETWORK_LIN}) {
+        for (const ChannelMapping& m : device_info_interface::getDeviceMapping(network)) {
+            if (m.enabled) devices.insert(m.deviceId);
+        }
+    }
+    return std::list<int>(devices.begin(), devices.end());
+}
+
+}  // namespace
+
+namespace ruvo_sdk {
+
+int kelnStartup() {
+    const std::list<int> devices = enabledDevices();
+    if (std::this_thread::get_id() == RuvoManager::getInstance().getThreadId()) {
+        device_control_interface::startup(devices);
+        return 0;
+    }
+    device_control_interface::startup_sync(devices);
+    return device_control_interface::hasStartup() ? 0 : 1;
+}
+
+int kelnStop() {
+    const std::list<int> devices = enabledDevices();
+    if (std::this_thread::get_id() == RuvoManager::getInstance().getThreadId()) {
+        device_control_interface::shutdown_async(devices);
+    } else {
+        device_control_interface::shutdown(devices);
+    }
+    return 0;
+}
+
+}  // namespace ruvo_sdk

@@ -1,0 +1,152 @@
+#include "host/workstation.h"
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <map>
+#include <mutex>
+
+namespace {
+
+std::mutex g_mutex;
+std::map<int, hostbridge::TransmitListener> g_listeners;
+int g_nextListener = 1;
+int g_channelCount = 4;
+std::atomic<bool> g_devicesPresent{true};
+std::atomic<bool> g_started{false};
+
+uint64_t nowMicros() {
+    return std::chrono::duration_cast<std::chrono::microseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+void notifyStartup() {
+    for (ISDKReceiver* r : hostbridge::registeredReceivers()) r->onStartup({}, {});
+}
+
+void notifyShutdown() {
+    for (ISDKReceiver* r : hostbridge::registeredReceivers()) r->onShutdown();
+}
+
+}  // namespace
+
+namespace data_flow_interface {
+
+int sendCan(NetWorkType network, int channel, std::shared_ptr<MsgHeaderBase> message, Priority) {
+    if (network != NETWORK_CAN || !message || message->type() != MSG_TYPE_CAN) return -1;
+    if (!g_started.load()) return -4;
+    auto* header = KELN::CanMsgAnalyse::getCanHeader(message);
+    header->channel = static_cast<uint8_t>(channel);
+
+    // Receivers see the frame before it goes out and may replace it.
+    std::list<CanPackage> pending{CanPackage{message, 0}};
+    const auto receivers = hostbridge::registeredReceivers();
+    for (ISDKReceiver* r : receivers) r->prePackageSend(pending);
+
+    std::map<int, hostbridge::TransmitListener> listeners;
+    {
+        std::lock_guard<std::mutex> lock(g_mutex);
+        listeners = g_listeners;
+    }
+    std::vector<CanPackage> sent;
+    for (auto& package : pending) {
+        if (!package.message) continue;
+        package.message->direction = 1;
+        if (auto* h = KELN::CanMsgAnalyse::getCanHeader(package.message)) h->dir = 1;
+        for (auto& entry : listeners) entry.second(package.message);
+        sent.push_back(package);
+    }
+    if (!sent.empty()) {
+        for (ISDKReceiver* r : receivers) r->onPackageRecv(sent.data(), static_cast<int>(sent.size()));
+    }
+    return 0;
+}
+
+}  // namespace data_flow_interface
+
+namespace device_info_interface {
+std::vector<ChannelMapping> getDeviceMapping(NetWorkType network) {
+    std::vector<ChannelMapping> mapping;
+    if (network != NETWORK_CAN) return mapping;
+    std::lock_guard<std::mutex> lock(g_mutex);
+    for (int c = 0; c < g_channelCount; ++c) mapping.push_back(ChannelMapping{c, c, true});
+    return mapping;
+}
+}  // namespace device_info_interface
+
+namespace device_control_interface {
+
+int startup(std::list<int>) {
+    if (!g_devicesPresent.load()) return -1;
+    if (!g_started.exchange(true)) notifyStartup();
+    return 0;
+}
+
+int startup_sync(std::list<int> devices) { return startup(std::move(devices)); }
+
+int shutdown(std::list<int>) {
+    if (g_started.exchange(false)) notifyShutdown();
+    return 0;
+}
+
+int shutdown_async(std::list<int> devices) { return shutdown(std::move(devices)); }
+
+bool hasStartup() { return g_started.load(); }
+
+}  // namespace device_control_interface
+
+namespace hostbridge {
+
+void injectReceived(const std::vector<std::shared_ptr<MsgHeaderBase>>& frames) {
+    std::vector<CanPackage> packages;
+    packages.reserve(frames.size());
+    for (const auto& f : frames) {
+        if (f) f->direction = 0;
+        packages.push_back(CanPackage{f, 0});
+    }
+    for (ISDKReceiver* r : registeredReceivers()) {
+        r->onPackageRecv(packages.data(), static_cast<int>(packages.size()));
+    }
+}
+
+std::shared_ptr<MsgHeaderBase> makeCanFrame(uint64_t timestampUs, int channel, uint32_t id,
+                                            bool extended, bool fd, bool brs,
+                                            const unsigned char* data, int length, bool remote) {
+    static const int kLengths[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 32, 48, 64};
+    auto message = message_factory::CreateMessage(MSG_TYPE_CAN, length);
+    auto* h = KELN::CanMsgAnalyse::getCanHeader(message);
+    h->timestamp = timestampUs ? timestampUs : nowMicros();
+    h->channel = static_cast<uint8_t>(channel);
+    h->extended = extended;
+    h->remote = remote;
+    h->identifier = id & 0x1FFFFFFF;
+    h->fd = fd;
+    h->brs = brs;
+    uint8_t dlc = 0;
+    while (dlc < 15 && kLengths[dlc] < length) ++dlc;
+    h->dlc = dlc;
+    KELN::CanMsgAnalyse::alterCanData(message, data, static_cast<unsigned short>(length));
+    return message;
+}
+
+int addTransmitListener(TransmitListener listener) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    const int id = g_nextListener++;
+    g_listeners[id] = std::move(listener);
+    return id;
+}
+
+void removeTransmitListener(int id) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_listeners.erase(id);
+}
+
+void setChannelCount(int count) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_channelCount = count;
+}
+
+void setDevicesPresent(bool present) { g_devicesPresent.store(present); }
+
+}  // namespace hostbridge

@@ -1,0 +1,60 @@
+#pragma once
+// The simulated workstation: a virtual CAN bus with channels, device mapping and measurement
+// control. Like a real host, a send first offers the frame to every receiver's
+// prePackageSend, then transmits it, then reports it to every receiver as a sent frame.
+
+#include <functional>
+#include <list>
+#include <memory>
+#include <vector>
+
+#include "host/frame_kit.h"
+
+enum NetWorkType : int32_t { NETWORK_CAN = 0, NETWORK_LIN = 1, NETWORK_ETH = 2 };
+enum Priority : int32_t { PRIORITY_NORMAL = 0, PRIORITY_HIGH = 1 };
+
+struct ChannelMapping {
+    int deviceId;
+    int channel;
+    bool enabled;
+};
+
+namespace data_flow_interface {
+// 0 when transmitted; -4 when the measurement is not running, -1 for a bad message.
+HOSTBRIDGE_API int sendCan(NetWorkType network, int channel, std::shared_ptr<MsgHeaderBase> message,
+                           Priority priority);
+}  // namespace data_flow_interface
+
+namespace device_info_interface {
+HOSTBRIDGE_API std::vector<ChannelMapping> getDeviceMapping(NetWorkType network);
+}  // namespace device_info_interface
+
+namespace device_control_interface {
+// Starts the devices and tells every receiver (onStartup), on the calling thread.
+HOSTBRIDGE_API int startup(std::list<int> devices);
+// The same, waiting for the devices; hasStartup tells whether they came up.
+HOSTBRIDGE_API int startup_sync(std::list<int> devices);
+HOSTBRIDGE_API int shutdown(std::list<int> devices);
+HOSTBRIDGE_API int shutdown_async(std::list<int> devices);
+HOSTBRIDGE_API bool hasStartup();
+}  // namespace device_control_interface
+
+namespace hostbridge {
+
+// Delivers frames as received on the bus (direction 0) to every receiver in one batch.
+HOSTBRIDGE_API void injectReceived(const std::vector<std::shared_ptr<MsgHeaderBase>>& frames);
+// Builds a received CAN message.
+HOSTBRIDGE_API std::shared_ptr<MsgHeaderBase> makeCanFrame(uint64_t timestampUs, int channel,
+                                                           uint32_t id, bool extended, bool fd,
+                                                           bool brs, const unsigned char* data,
+                                                           int length, bool remote = false);
+// Called with every frame that goes out on the bus, after the pre-send receivers.
+using TransmitListener = std::function<void(const std::shared_ptr<MsgHeaderBase>&)>;
+HOSTBRIDGE_API int addTransmitListener(TransmitListener listener);
+HOSTBRIDGE_API void removeTransmitListener(int id);
+// Channel mapping of the simulated box: channels 0 .. count-1, all enabled.
+HOSTBRIDGE_API void setChannelCount(int count);
+// Whether startup_sync brings the devices up (a missing box does not).
+HOSTBRIDGE_API void setDevicesPresent(bool present);
+
+}  // namespace hostbridge

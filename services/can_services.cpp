@@ -1,0 +1,94 @@
+#include <chrono>
+#include <cstring>
+
+#include "RuvoManager/RuvoManager.h"
+#include "host/workstation.h"
+#include "services/services.h"
+
+namespace services {
+
+namespace {
+
+const int kDlcLength[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 32, 48, 64};
+
+u64 nowMicros() {
+    return std::chrono::duration_cast<std::chrono::microseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+s32 initFrame(u32 id, u32 dlc, PKelnCan can, u32 maxDlc, bool fd) {
+    if (can == nullptr || static_cast<s32>(id) < 0 || dlc >= maxDlc + 1) return -1;
+    can->curtime = nowMicros();
+    can->canNo = 0;
+    can->dir = 1;
+    can->rtr = 0;
+    can->xtd = 0;
+    can->Id = id & 0x1FFFFFFF;
+    can->de = 0;
+    can->fd = fd ? 1 : 0;
+    can->brs = 0;
+    can->esi = 0;
+    can->dlc = static_cast<u8>(dlc);
+    can->byteDataLen = static_cast<u8>(kDlcLength[dlc]);
+    std::memset(can->FData, 0, can->byteDataLen);
+    return 0;
+}
+
+s32 send(PKelnCan p, bool fd) {
+    p->byteDataLen = static_cast<u8>(dlcToLength(p->dlc));
+    auto message = message_factory::CreateMessage(MSG_TYPE_CAN, p->byteDataLen);
+    if (!message) return -1;
+    KELN::CanHeader* h = KELN::CanMsgAnalyse::getCanHeader(message);
+    h->timestamp = nowMicros();
+    h->channel = p->canNo;
+    h->dir = p->dir;
+    h->remote = p->rtr;
+    h->extended = p->xtd;
+    h->identifier = p->Id;
+    h->de = p->de;
+    h->brs = p->brs;
+    h->esi = p->esi;
+    h->dlc = p->dlc;
+    KELN::CanMsgAnalyse::alterCanData(message, p->FData, p->byteDataLen);
+    h->fd = fd ? 1 : 0;
+    const int r = data_flow_interface::sendCan(NETWORK_CAN, h->channel, message, PRIORITY_NORMAL);
+    return r == -4 ? 1 : 0;
+}
+
+}  // namespace
+
+int dlcToLength(int dlc) { return dlc >= 0 && dlc < 16 ? kDlcLength[dlc] : dlc; }
+
+s32 init_can(u32 id, u32 dlc, PKelnCan p) { return initFrame(id, dlc, p, 8, false); }
+s32 init_canfd(u32 id, u32 dlc, PKelnCan p) { return initFrame(id, dlc, p, 15, true); }
+s32 send_can_async(PKelnCan p) { return send(p, false); }
+s32 send_canfd_async(PKelnCan p) { return send(p, true); }
+// The "sync" forms wait for nothing and clear fd, FD frames included: kept as applets know it.
+s32 send_can_sync(PKelnCan p) { return send_can_async(p); }
+
+s32 wait_can_msg(PKelnCan pRecvCan, s32 timeout) {
+    if (pRecvCan == nullptr) return -1;
+    RuvoManager& manager = RuvoManager::getInstance();
+    manager.initRecvMessage();
+    const auto start = std::chrono::steady_clock::now();
+    for (;;) {
+        if (manager.getRecvMesssage(pRecvCan)) return 0;
+        const long long elapsed = std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                      std::chrono::steady_clock::now() - start)
+                                      .count() /
+                                  1000000;
+        if (elapsed >= static_cast<long long>(timeout)) break;
+    }
+    return -1;
+}
+
+s32 send_and_recv_can_msg(PKelnCan, PKelnCan, s32) { return 0; }
+
+s32 calculate_can_message(const char* signal, s32, s32, double, u8*) {
+    // The signal codec comes with the bus database index; until then no signal is found.
+    (void)signal;
+    return -1;
+}
+
+}  // namespace services

@@ -1,0 +1,128 @@
+#pragma once
+// One controller per service family: it fills its table and describes each service to the
+// editor (name, parameters, return value, demo code) in one step.
+
+#include <list>
+#include <string>
+#include <vector>
+
+#include "model/RuvoFunction.h"
+#include "services/service_tables.h"
+
+struct ServiceParam {
+    const char* name;
+    const char* type;  // a type name of the type table
+    const char* desc;
+};
+
+// Shared by the controllers: appends one service record to a metadata list.
+class ServiceCatalogue {
+public:
+    ServiceCatalogue(const char* prefix, int subType, const char* returnName, KelnVarType returnType,
+                     const char* returnDesc = "");
+    RuvoFunction& add(std::list<RuvoFunction>& list, const char* name, void* address,
+                      const std::string& demo, const char* desc,
+                      std::initializer_list<ServiceParam> params);
+
+private:
+    const char* prefix;
+    int subType;
+    Parameter returnParam;
+};
+
+class RUVO_API ComFunsImp {
+public:
+    ComFunsImp();
+    virtual ~ComFunsImp() = default;
+    virtual void registerFunctions();
+    const _KelnCom& getKelnCom() const { return table; }
+    const std::list<RuvoFunction>& getFuncs() const { return funcs; }
+
+private:
+    _KelnCom table{};
+    std::list<RuvoFunction> funcs;
+};
+
+class RUVO_API GenFunsImp {
+public:
+    GenFunsImp();
+    void registerFunctions();
+    const _KelnGen& getKelnGen() const { return table; }
+    const std::list<RuvoFunction>& getFuncs() const { return funcs; }
+
+private:
+    _KelnGen table{};
+    std::list<RuvoFunction> funcs;
+};
+
+class RUVO_API VarFunsImp {
+public:
+    VarFunsImp();
+    void registerFunctions();
+    const _KelnVfun& getKelnVar() const { return table; }
+    const std::list<RuvoFunction>& getFuncs() const { return funcs; }
+
+private:
+    _KelnVfun table{};
+    std::list<RuvoFunction> funcs;
+};
+
+class RUVO_API LogFunsImp {
+public:
+    LogFunsImp();
+    void registerFunctions();
+    const _KelnLog& getKelnLog() const { return table; }
+    const std::list<RuvoFunction>& getFuncs() const { return funcs; }
+
+private:
+    _KelnLog table{};
+    std::list<RuvoFunction> funcs;
+};
+
+class RUVO_API XcpFunsImp {
+public:
+    XcpFunsImp();
+    void registerFunctions();
+    const _KelnXcpFun& getKelnXcp() const { return table; }
+    const std::list<RuvoFunction>& getFuncs() const { return funcs; }
+
+private:
+    _KelnXcpFun table{};
+    std::list<RuvoFunction> funcs;
+};
+
+class RUVO_API CallbackFuncsImp {
+public:
+    CallbackFuncsImp();
+    virtual ~CallbackFuncsImp() = default;
+    virtual void registerFunctions();
+    const KelnCallback_s& getKelnCallback() const { return table; }
+    const std::list<RuvoFunction>& getFuncs() const { return funcs; }
+
+private:
+    KelnCallback_s table{};
+    std::list<RuvoFunction> funcs;
+};
+
+// Complete, but no global instance: vci services reach modules through the com slots.
+class RUVO_API VciFunsImp {
+public:
+    VciFunsImp();
+    void registerFunctions();
+    const _KelnVci& getKelnVci() const { return table; }
+    const std::vector<RuvoFunction>& getFuncs() const { return funcs; }
+
+private:
+    _KelnVci table{};
+    std::vector<RuvoFunction> funcs;
+};
+
+extern RUVO_API ComFunsImp comController;
+extern RUVO_API GenFunsImp genController;
+extern RUVO_API VarFunsImp varController;
+extern RUVO_API LogFunsImp logController;
+extern RUVO_API XcpFunsImp xcpController;
+extern RUVO_API CallbackFuncsImp callbackController;
+
+// com, gen, var, clog and xcp services in that order; built once.
+RUVO_API std::list<RuvoFunction> combinedInnerFuncs();
