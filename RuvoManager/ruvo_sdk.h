@@ -9,6 +9,7 @@
 #include "RuvoManager/ruvo_export.h"
 #include "model/MpRuvo.h"
 #include "model/keln_types.h"
+#include "services/controllers.h"
 
 namespace ruvo_sdk {
 
