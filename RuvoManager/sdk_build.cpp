@@ -65,10 +65,15 @@ int runRuvoFunc(const char* name, const char* func) {
     MpRuvo* a = applet(name);
     if (a == nullptr) return -1;
     const std::string wanted = str(func);
-    for (const auto& f : a->getMpFuncs()) {
+    for (const auto& named : a->functions()) {
+        const RuvoFunction& f = named.second;
         if (f.getName() != wanted) continue;
         void* address = a->getDllFuncAddress(wanted);
         if (address == nullptr) continue;
+        // Called with no argument: a function that needs one (a frame, a key) would crash.
+        bool needsArguments = false;
+        for (const auto& p : f.getParamList()) needsArguments |= p.getType() != KVT_VOID;
+        if (needsArguments) break;
         switch (f.getReturnType().getType()) {
             case KVT_VOID:
                 reinterpret_cast<void (*)()>(address)();

@@ -53,6 +53,10 @@ std::string demoOf(const char* format, const char* name) {
     return buffer;
 }
 
+const std::initializer_list<ServiceParam> kSoLibraryParams = {
+    {"sofile", "char*", ""}, {"funname", "char*", ""}, {"seed", "u8*", ""}, {"sdlen", "u16", ""},
+    {"key", "u8*", ""},      {"kylen", "u16*", ""},    {"pvoid", "void*", ""}};
+
 const char* const kSendDemo = "KelnCan can;\ncom.%s(0x11, 8, &can);";
 const char* const kCheckDemo = "if (0 == com.%s(&can)) { \n\tclog.info(\"com.%s success\");\n\t}";
 
@@ -117,8 +121,7 @@ void ComFunsImp::registerFunctions() {
            {"pRecvUds", "msg*", "接受信息缓存结构体"}, {"timeout", "s32", "超时时间（单位毫秒）"}});
     table.run_so_library = services::run_so_library;
     c.add(funcs, "run_so_library", address(services::run_so_library), "", "运行so库",
-          {{"sofile", "char*", ""}, {"funname", "char*", ""}, {"seed", "u8*", ""}, {"sdlen", "u16", ""},
-           {"key", "u8*", ""}, {"kylen", "u16*", ""}, {"pvoid", "void*", ""}});
+          kSoLibraryParams);
     RUVO_NOT_AVAILABLE(table, set_dev_buzz);
     c.add(funcs, "set_dev_buzz", address(table.set_dev_buzz),
           "s32 ret = com.set_dev_buzz(0, 3000, 500, 1000, 500, 1);", "设置蜂鸣",
@@ -332,8 +335,7 @@ void VciFunsImp::registerFunctions() {
            {"secondTimeMs", "u16", "第二段声音时长"}, {"reptCount", "u16", "重复次数"}});
     table.run_so_library = services::run_so_library;
     c.add(list, "run_so_library", address(services::run_so_library), "", "运行so库",
-          {{"sofile", "char*", ""}, {"funname", "char*", ""}, {"seed", "u8*", ""}, {"sdlen", "u16", ""},
-           {"key", "u8*", ""}, {"kylen", "u16*", ""}, {"pvoid", "void*", ""}});
+          kSoLibraryParams);
     funcs.assign(list.begin(), list.end());
 }
 

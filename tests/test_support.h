@@ -2,6 +2,8 @@
 // Shared helpers: scratch directories that clean up after themselves.
 
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <string>
 #include <unistd.h>
 
@@ -25,5 +27,13 @@ public:
 private:
     std::string path_;
 };
+
+// The whole file, "" when it cannot be read.
+inline std::string slurp(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream out;
+    out << in.rdbuf();
+    return out.str();
+}
 
 }  // namespace testing_support

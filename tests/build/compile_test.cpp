@@ -15,16 +15,10 @@
 using testing_support::CompileReport;
 using testing_support::CompileWaiter;
 using testing_support::TempDir;
+using testing_support::slurp;
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
-}
 
 bool mapped(const std::string& path) {
     return slurp("/proc/self/maps").find(fs::canonical(fs::path(path).parent_path()).string() + "/" +
@@ -107,7 +101,7 @@ TEST_F(RealCompile, EditorRoadFromBindingToRunningModule) {
 
     EXPECT_EQ(ruvo_sdk::runRuvoFunc("road", "mainRun"), 0);
     EXPECT_EQ(slurp(marker), "main ran, tables bound");
-    EXPECT_EQ(ruvo_sdk::runRuvoFunc("road", "on_can_rx_req"), 0);  // "not supported": void(PKelnCan)
+    EXPECT_EQ(ruvo_sdk::runRuvoFunc("road", "on_can_rx_req"), 0);  // needs a frame: "not supported"
     EXPECT_EQ(ruvo_sdk::runRuvoFunc("nobody", "mainRun"), -1);
 }
 

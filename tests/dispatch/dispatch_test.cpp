@@ -123,7 +123,8 @@ TEST_F(Dispatch, SendPassesPreSendHandlersInOrderThenTransmitsThenReportsAsSent)
     EXPECT_EQ(data[0], 0x11);
     EXPECT_EQ(data[1], 0x12);
     EXPECT_NE(transmitted[0], original) << "a matched pre-send handler yields a new message";
-    EXPECT_GT(KELN::CanMsgAnalyse::getCanHeader(transmitted[0])->timestamp, 5u);
+    const uint64_t stamp = KELN::CanMsgAnalyse::getCanHeader(transmitted[0])->timestamp;  // packed field
+    EXPECT_GT(stamp, 5u);
     const auto got = calls();
     ASSERT_GE(got.size(), 4u);
     EXPECT_EQ(got[0], "on_start_go");

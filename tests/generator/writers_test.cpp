@@ -12,16 +12,10 @@
 #include "test_support.h"
 
 using testing_support::TempDir;
+using testing_support::slurp;
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string slurp(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream out;
-    out << in.rdbuf();
-    return out.str();
-}
 
 std::unique_ptr<MpRuvo> appletIn(const TempDir& dir) {
     auto a = std::make_unique<MpRuvo>();

@@ -17,14 +17,9 @@
 #include "test_support.h"
 
 using testing_support::TempDir;
+using testing_support::slurp;
 
 namespace {
-
-std::string slurp(const std::string& path) {
-    std::string text;
-    EXPECT_TRUE(ruvo::readWholeFile(path, text)) << path;
-    return text;
-}
 
 void spit(const std::string& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
