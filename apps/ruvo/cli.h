@@ -29,6 +29,11 @@ struct Registrar {
     explicit Registrar(Command c) { registry().push_back(std::move(c)); }
 };
 
+// A path the user typed, made absolute against the directory the command was typed in (ruvo
+// itself runs in its installation directory).
+std::string userPath(const std::string& path);
+void rememberUserDirectory();
+
 // Opens PROJECT/APPLET_code/appletCfg.ruvo into the manager; raises runtime_error if absent.
 std::string openApplet(const std::string& project, const std::string& applet);
 std::string configPath(const std::string& project, const std::string& applet);

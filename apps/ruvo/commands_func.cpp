@@ -24,7 +24,7 @@ FuncOptions parseOptions(const Args& args, size_t from) {
         if (i + 1 >= args.size()) throw UsageError("option " + a + " needs a value");
         const std::string& value = args[++i];
         if (a == "--body") {
-            o.bodyFile = value;
+            o.bodyFile = userPath(value);
         } else if (a == "--create") {
             char* end = nullptr;
             const long v = std::strtol(value.c_str(), &end, 10);

@@ -32,7 +32,7 @@ int cmdRun(const Args& args) {
     for (size_t i = 1; i < args.size(); ++i) {
         if (args[i] == "--replay" || args[i] == "--out") {
             if (i + 1 >= args.size()) throw UsageError(args[i] + " needs a file");
-            (args[i] == "--replay" ? replayFile : outFile) = std::filesystem::absolute(args[i + 1]).string();
+            (args[i] == "--replay" ? replayFile : outFile) = userPath(args[i + 1]);
             ++i;
         } else if (args[i].rfind("--", 0) == 0) {
             throw UsageError("unknown option " + args[i]);

@@ -15,6 +15,25 @@ std::vector<Command>& registry() {
     static std::vector<Command> commands;
     return commands;
 }
+
+namespace {
+std::filesystem::path& userDirectory() {
+    static std::filesystem::path dir;
+    return dir;
+}
+}  // namespace
+
+void rememberUserDirectory() {
+    std::error_code ec;
+    userDirectory() = std::filesystem::current_path(ec);
+}
+
+std::string userPath(const std::string& path) {
+    const std::filesystem::path p(path);
+    std::string out = (p.is_absolute() ? p : userDirectory() / p).lexically_normal().string();
+    while (out.size() > 1 && out.back() == '/') out.pop_back();
+    return out;
+}
 }  // namespace cli
 
 namespace {
@@ -48,11 +67,9 @@ int main(int argc, char** argv) {
         if (std::strcmp(argv[1], c.name) != 0) continue;
         try {
             cli::Args args(argv + 2, argv + argc);
-            // Project paths are the user's, relative to where the command was typed.
-            if (!args.empty() && args[0].rfind("-", 0) != 0 && std::strcmp(c.name, "demo") != 0) {
-                args[0] = std::filesystem::absolute(args[0]).lexically_normal().string();
-                while (args[0].size() > 1 && args[0].back() == '/') args[0].pop_back();
-            }
+            // The project path is the user's, relative to where the command was typed.
+            cli::rememberUserDirectory();
+            if (!args.empty() && args[0].rfind("-", 0) != 0) args[0] = cli::userPath(args[0]);
             enterInstallationDirectory();
             return c.run(args);
         } catch (const cli::UsageError& e) {

@@ -22,6 +22,7 @@ out=$("$ruvo" show "$work/proj" alpha)
 echo "$out" | grep -q "^  \[0 main run\] void mainRun()$" || fail "main function shown: $out"
 echo "$out" | grep -q "^      | count++;$" || fail "body shown: $out"
 echo "$out" | grep -q "^  \[22 self-defined\] s32 add(s32 a, u8 p)$" || fail "parameters parsed: $out"
+(cd "$work" && "$ruvo" func proj alpha mainRun --body body.txt >/dev/null) || fail "relative body file"
 "$ruvo" func "$work/proj" alpha nobody --body "$work/body.txt" 2>/dev/null; [ $? -eq 1 ] || fail "body of a missing function"
 "$ruvo" func "$work/proj" alpha mainRun --body 2>/dev/null; [ $? -eq 2 ] || fail "option without value"
 "$ruvo" func "$work/proj" alpha f --create x 2>/dev/null; [ $? -eq 2 ] || fail "sub type must be a number"

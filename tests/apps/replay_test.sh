@@ -64,6 +64,9 @@ assert bytes(frames[0].data).hex() == "02500300000000aa", frames[0]
 assert frames[1].channel == "can1" and abs(frames[1].timestamp - 1700000000.002) < 1e-6, frames[1]
 PY
 
+# Paths are the user's: relative to where the command was typed.
+(cd "$work" && "$ruvo" run proj echo --replay in.log --out rel.log 2>/dev/null) || fail "relative paths"
+cmp -s "$work/rel.log" "$work/expected.log" || fail "relative --out"
 "$ruvo" run "$p" echo --replay "$work/missing.log" 2>/dev/null; [ $? -eq 1 ] || fail "missing log"
 printf '(1.0) can0 XYZ#00\n' > "$work/bad.log"
 "$ruvo" run "$p" echo --replay "$work/bad.log" 2> "$work/err.txt"; [ $? -eq 1 ] || fail "bad log"
