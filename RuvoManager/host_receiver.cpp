@@ -1,6 +1,7 @@
 // The manager as the host's bus listener: frames, pre-send rewrites, measurement start and
 // stop, the one-frame slot, and starting and stopping the measurement.
 
+#include <algorithm>
 #include <set>
 
 #include "RuvoManager/RuvoManager.h"
@@ -87,9 +88,13 @@ void RuvoManager::prePackageSend(std::list<CanPackage>& packages) {
         auto fn = reinterpret_cast<void (*)(_KelnCan*)>(handler.address);
         for (CanPackage& package : packages) {
             if (!package.message) continue;
+            const u64 frameId = FrameConverter::frameIdOf(package);
+            if (std::none_of(handler.ids.begin(), handler.ids.end(),
+                             [frameId](u64 bound) { return ruvo::idMatches(bound, frameId); })) {
+                continue;  // nothing to convert for a frame this handler doesn't take
+            }
             _KelnCan frame;
             FrameConverter::instance().toKelnCan(package, frame);
-            const u64 frameId = FrameConverter::frameIdOf(package);
             for (const u64 bound : handler.ids) {
                 if (!ruvo::idMatches(bound, frameId)) continue;
                 fn(&frame);

@@ -151,7 +151,7 @@ bool MpRuvo::serialize(const std::string& path) {
     return false;
 }
 
-void MpRuvo::deseralize(const std::string& text) {
+bool MpRuvo::deseralize(const std::string& text) {
     ruvo::JsonPtr root(cJSON_Parse(text.c_str()));
     MpInfo::deseralize(root.get());
     if (const cJSON* e = cJSON_GetObjectItem(root.get(), "editType")) {
@@ -162,6 +162,7 @@ void MpRuvo::deseralize(const std::string& text) {
     deseralizeSendCANIds(root.get());
     deseralizePreSendCANIds(root.get());
     deseralizeTimers(root.get());
+    return root != nullptr;
 }
 
 bool MpRuvo::deseralizeKeyboardEvents(const cJSON* root) {
@@ -192,14 +193,6 @@ bool MpRuvo::deseralizeTimers(const cJSON* root) { return readIdArray(root, "tim
 bool MpRuvo::deserilize(const std::string& path) {
     std::string text;
     if (!ruvo::readWholeFile(path, text)) return false;
-    {
-        ruvo::JsonPtr probe(cJSON_Parse(text.c_str()));
-        if (!probe) {
-            const char* near = cJSON_GetErrorPtr();
-            log_interface::log_error("%s is not valid JSON (near \"%.32s\"); the applet is invalid",
-                                     path.c_str(), near ? near : "");
-        }
-    }
     // A fault half-way through must not leave a half-loaded applet behind.
     const MpInfo savedInfo = *this;
     const auto savedKeys = keyboardEvents;
@@ -218,7 +211,11 @@ bool MpRuvo::deserilize(const std::string& path) {
     };
     ruvo::touchModel();
     try {
-        deseralize(text);
+        if (!deseralize(text)) {
+            const char* near = cJSON_GetErrorPtr();
+            log_interface::log_error("%s is not valid JSON (near \"%.32s\"); the applet is invalid",
+                                     path.c_str(), near ? near : "");
+        }
         ruvo::touchModel();
     } catch (const ruvo::ConfigError& e) {
         restore();

@@ -102,7 +102,8 @@ public:
 
 private:
     bool serilize(std::string& text) const;
-    void deseralize(const std::string& text);
+    // False when the text is not JSON (the applet then loads as invalid).
+    bool deseralize(const std::string& text);
     void serilizeKeyboardEvents(cJSON* root) const;
     void serilizeRecvCANIds(cJSON* root) const;
     void serilizeSendCANIds(cJSON* root) const;

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "RuvoManager/RuvoManager.h"
+#include "dispatch/frame_convert.h"
 #include "host/workstation.h"
 #include "services/services.h"
 
@@ -37,22 +38,12 @@ s32 initFrame(u32 id, u32 dlc, PKelnCan can, u32 maxDlc, bool fd) {
 
 s32 send(PKelnCan p, bool fd) {
     p->byteDataLen = static_cast<u8>(dlcToLength(p->dlc));
-    auto message = message_factory::CreateMessage(MSG_TYPE_CAN, p->byteDataLen);
-    if (!message) return -1;
-    KELN::CanHeader* h = KELN::CanMsgAnalyse::getCanHeader(message);
-    h->timestamp = nowMicros();
-    h->channel = p->canNo;
-    h->dir = p->dir;
-    h->remote = p->rtr;
-    h->extended = p->xtd;
-    h->identifier = p->Id;
-    h->de = p->de;
-    h->brs = p->brs;
-    h->esi = p->esi;
-    h->dlc = p->dlc;
-    KELN::CanMsgAnalyse::alterCanData(message, p->FData, p->byteDataLen);
+    // A fresh host message with the present time; the record's own stamp is not used.
+    const CanPackage package = ruvo::FrameConverter::instance().toPackage(*p);
+    if (!package.message) return -1;
+    KELN::CanHeader* h = KELN::CanMsgAnalyse::getCanHeader(package.message);
     h->fd = fd ? 1 : 0;
-    const int r = data_flow_interface::sendCan(NETWORK_CAN, h->channel, message, PRIORITY_NORMAL);
+    const int r = data_flow_interface::sendCan(NETWORK_CAN, h->channel, package.message, PRIORITY_NORMAL);
     return r == -4 ? 1 : 0;
 }
 
