@@ -5,7 +5,9 @@
 
 #include "dispatch/handler_sets.h"
 #include "host/log_interface.h"
+#include "model/manager_port.h"
 #include "model/revision.h"
+#include "RuvoManager/ruvo_sdk.h"
 
 namespace {
 
@@ -15,6 +17,19 @@ void ensureDirectory(const std::string& path) {
     std::error_code ec;
     if (!std::filesystem::exists(path, ec)) std::filesystem::create_directories(path, ec);
 }
+
+// Services and the compile driver reach the manager through the port; filled at library load,
+// each slot builds the manager on first use as a direct call would.
+const bool g_portInstalled = [] {
+    ruvo::ManagerPort port;
+    port.findApplet = [](const std::string& name) { return RuvoManager::getInstance().getApplet(name); };
+    port.startMeasurement = [] { return ruvo_sdk::kelnStartup(); };
+    port.stopMeasurement = [] { return ruvo_sdk::kelnStop(); };
+    port.resetFirstFrame = [] { RuvoManager::getInstance().initRecvMessage(); };
+    port.firstFrame = [](_KelnCan* out) { return RuvoManager::getInstance().getRecvMesssage(out); };
+    ruvo::setManagerPort(port);
+    return true;
+}();
 
 }  // namespace
 

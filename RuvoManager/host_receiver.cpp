@@ -6,7 +6,7 @@
 
 #include "RuvoManager/RuvoManager.h"
 #include "RuvoManager/ruvo_sdk.h"
-#include "dispatch/frame_convert.h"
+#include "model/frame_convert.h"
 #include "dispatch/handler_sets.h"
 #include "host/workstation.h"
 

@@ -6,7 +6,7 @@
 
 #include "RuvoManager/RuvoManager.h"
 #include "build/AppletCompiler.h"
-#include "RuvoManager/ruvo_export.h"
+#include "platform/export.h"
 #include "model/MpRuvo.h"
 #include "model/keln_types.h"
 #include "services/controllers.h"

@@ -6,6 +6,7 @@
 #include "RuvoManager/ruvo_sdk.h"
 #include "RuvoManager/sdk_call.h"
 #include "host/box_runner.h"
+#include "services/services.h"
 
 namespace ruvo_sdk {
 
@@ -111,8 +112,7 @@ int loadToolRuvoCode(const char* name, const char* func, const char* code, unsig
 int runVciSoLibrary(const char* file, const char* function, const unsigned char* seed,
                     unsigned short seedLength, unsigned char* key, unsigned short* keyLength,
                     void* extra) {
-    const int r = soRun1(file, function, seed, seedLength, key, keyLength, extra);
-    return (r & 0xFF) != 0 ? 0 : 1;
+    return services::run_so_library(file, function, seed, seedLength, key, keyLength, extra);
 }
 
 int runVCIScriptDir(unsigned long device, unsigned char mode, char* directory, unsigned size,

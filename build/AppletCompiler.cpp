@@ -8,7 +8,8 @@
 #include <regex>
 #include <thread>
 
-#include "RuvoManager/RuvoManager.h"
+#include "model/MpRuvo.h"
+#include "model/manager_port.h"
 #include "build/compile_command.h"
 #include "host/log_interface.h"
 #include "model/text_file.h"
@@ -45,7 +46,7 @@ std::string AppletCompiler::output() {
 }
 
 int AppletCompiler::compile(const std::string& name) {
-    MpRuvo* applet = RuvoManager::getInstance().getApplet(name);
+    MpRuvo* applet = ruvo::findApplet(name);
     if (applet == nullptr) {
         std::lock_guard<std::mutex> lock(mutex);
         outputText = "compile() applet is null";

@@ -8,9 +8,10 @@ find_program(RUVO_CLANG_FORMAT NAMES clang-format clang-format-14 REQUIRED)
 
 set(RUVO_TOOL_ROOT ${CMAKE_BINARY_DIR}/Ruvo)
 set(inc ${RUVO_TOOL_ROOT}/KELN_Ruvo_Include)
-set(applet_texts
-  applet_global_def.h ruvo_basic_def.h ruvo_generate_def.h ruvo_variable_def.h ruvo_xcp_def.h
-  ruvo_com_def.h database.h configuration.h document.txt mp_ruvo.h)
+# Applet-only texts live in RuvoManager/inc; the records the library compiles too live in
+# model/records. Applets see them side by side.
+set(applet_texts applet_global_def.h database.h configuration.h document.txt mp_ruvo.h)
+set(record_texts ruvo_basic_def.h ruvo_generate_def.h ruvo_variable_def.h ruvo_xcp_def.h ruvo_com_def.h)
 
 set(steps
   COMMAND ${CMAKE_COMMAND} -E make_directory ${RUVO_TOOL_ROOT}/clang_compiler
@@ -23,8 +24,8 @@ set(steps
           ${RUVO_TOOL_ROOT}/clang_format/.clang-format
   COMMAND ${CMAKE_COMMAND} -E copy_if_different ${CMAKE_SOURCE_DIR}/RuvoManager/inc/RuvoBase/RuvoBase.h
           ${CMAKE_SOURCE_DIR}/RuvoManager/inc/RuvoBase/RuvoBase.cpp ${RUVO_TOOL_ROOT}/RuvoBase
-  COMMAND ${CMAKE_COMMAND} -E copy_if_different ${CMAKE_SOURCE_DIR}/RuvoManager/ruvo_export.h
-          ${inc}/RuvoManager
+  COMMAND ${CMAKE_COMMAND} -E copy_if_different ${CMAKE_SOURCE_DIR}/platform/export.h
+          ${inc}/RuvoManager/ruvo_export.h
   COMMAND ${CMAKE_COMMAND} -DIN=${CMAKE_SOURCE_DIR}/dispatch/RuvoTimer.h
           -DOUT=${inc}/RuvoManager/RuvoTimer.h -P ${CMAKE_SOURCE_DIR}/cmake/flatten_include.cmake
   COMMAND ${CMAKE_COMMAND} -E copy_if_different ${CMAKE_SOURCE_DIR}/host/inc/commonkit.h
@@ -36,6 +37,10 @@ set(steps
 foreach(text ${applet_texts})
   list(APPEND steps COMMAND ${CMAKE_COMMAND} -E copy_if_different
        ${CMAKE_SOURCE_DIR}/RuvoManager/inc/${text} ${inc}/RuvoManager/inc/${text})
+endforeach()
+foreach(text ${record_texts})
+  list(APPEND steps COMMAND ${CMAKE_COMMAND} -E copy_if_different
+       ${CMAKE_SOURCE_DIR}/model/records/${text} ${inc}/RuvoManager/inc/${text})
 endforeach()
 foreach(lib HostBridge VarStore DeviceHub CommonKit)
   list(APPEND steps COMMAND ${CMAKE_COMMAND} -E create_symlink ../../lib/$<TARGET_FILE_NAME:HostBridge>

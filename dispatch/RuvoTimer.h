@@ -9,7 +9,7 @@
 #include <future>
 #include <mutex>
 
-#include "RuvoManager/ruvo_export.h"
+#include "platform/export.h"
 
 class RUVO_API RuvoTimer {
 public:

@@ -4,7 +4,7 @@
 #include <mutex>
 #include <string>
 
-#include "RuvoManager/ruvo_export.h"
+#include "platform/export.h"
 
 class RUVO_API MpLoader {
 public:

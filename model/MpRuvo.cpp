@@ -403,7 +403,8 @@ u64 MpRuvo::getTimerInterval(const std::string& key) const {
 }
 
 void MpRuvo::clearTimers() {
-    while (!timers.empty()) removeTimer(timers.begin()->first);
+    // A copy: removeTimer erases the map node the key would otherwise refer to.
+    while (!timers.empty()) removeTimer(std::string(timers.begin()->first));
 }
 
 void MpRuvo::removeFunctionsOfSubType(int subType) {

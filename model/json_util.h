@@ -3,7 +3,7 @@
 
 #include <cjson/cJSON.h>
 
-#include "RuvoManager/ruvo_export.h"
+#include "platform/export.h"
 
 #include <memory>
 #include <stdexcept>

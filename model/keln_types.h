@@ -1,5 +1,5 @@
 #pragma once
 // The plain records, as the library sees them: the very text applets compile against.
 
-#include "RuvoManager/inc/ruvo_basic_def.h"
-#include "RuvoManager/ruvo_export.h"
+#include "model/records/ruvo_basic_def.h"
+#include "platform/export.h"

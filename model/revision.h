@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "RuvoManager/ruvo_export.h"
+#include "platform/export.h"
 
 namespace ruvo {
 RUVO_API uint64_t modelRevision();

@@ -1,8 +1,8 @@
 #include <chrono>
 #include <cstring>
 
-#include "RuvoManager/RuvoManager.h"
-#include "dispatch/frame_convert.h"
+#include "model/manager_port.h"
+#include "model/frame_convert.h"
 #include "host/workstation.h"
 #include "services/services.h"
 
@@ -60,11 +60,10 @@ s32 send_can_sync(PKelnCan p) { return send_can_async(p); }
 
 s32 wait_can_msg(PKelnCan pRecvCan, s32 timeout) {
     if (pRecvCan == nullptr) return -1;
-    RuvoManager& manager = RuvoManager::getInstance();
-    manager.initRecvMessage();
+    ruvo::resetFirstFrame();
     const auto start = std::chrono::steady_clock::now();
     for (;;) {
-        if (manager.getRecvMesssage(pRecvCan)) return 0;
+        if (ruvo::firstFrame(pRecvCan)) return 0;
         const long long elapsed = std::chrono::duration_cast<std::chrono::nanoseconds>(
                                       std::chrono::steady_clock::now() - start)
                                       .count() /

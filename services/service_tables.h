@@ -2,11 +2,11 @@
 // The tables compiled modules call through, exported as data. A module binds com, gen, var,
 // clog, xcp and cb to these (applet_global_def.h).
 
-#include "RuvoManager/inc/ruvo_com_def.h"
-#include "RuvoManager/inc/ruvo_generate_def.h"
-#include "RuvoManager/inc/ruvo_variable_def.h"
-#include "RuvoManager/inc/ruvo_xcp_def.h"
-#include "RuvoManager/ruvo_export.h"
+#include "model/records/ruvo_com_def.h"
+#include "model/records/ruvo_generate_def.h"
+#include "model/records/ruvo_variable_def.h"
+#include "model/records/ruvo_xcp_def.h"
+#include "platform/export.h"
 
 extern RUVO_API _KelnCom g_com;
 extern RUVO_API _KelnGen g_gen;

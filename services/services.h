@@ -1,7 +1,7 @@
 #pragma once
 // The service functions behind the table slots that are built.
 
-#include "RuvoManager/inc/ruvo_basic_def.h"
+#include "model/records/ruvo_basic_def.h"
 
 namespace services {
 

@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <ctime>
 
-#include "RuvoManager/RuvoManager.h"
-#include "RuvoManager/ruvo_sdk.h"
+#include "model/MpRuvo.h"
+#include "model/manager_port.h"
 #include "host/box_runner.h"
 #include "host/log_interface.h"
 #include "host/workstation.h"
@@ -15,8 +15,8 @@
 
 namespace services {
 
-s32 connect() { return ruvo_sdk::kelnStartup(); }
-s32 disconnect() { return ruvo_sdk::kelnStop(); }
+s32 connect() { return ruvo::startMeasurement(); }
+s32 disconnect() { return ruvo::stopMeasurement(); }
 s32 is_connected() { return device_control_interface::hasStartup() ? 0 : 1; }
 
 s32 get_date_time(u32* year, u32* month, u32* day, u32* hour, u32* minute, u32* second, u32* ms) {
@@ -68,7 +68,7 @@ s32 logEx(const char* applet, KelnLogLevel level, const char* text) {
         default: return -1;
     }
     if (applet != nullptr) {
-        if (MpRuvo* a = RuvoManager::getInstance().getApplet(applet)) {
+        if (MpRuvo* a = ruvo::findApplet(applet)) {
             if (RuvoLogCallBack cb = a->getLogCallBack()) cb(applet, level, text);
         }
     }
@@ -106,7 +106,8 @@ RUVO_LOG_SERVICE(error, KLL_ERROR)
 
 s32 run_so_library(const char* sofile, const char* funname, const u8* seed, u16 sdlen, u8* key,
                    u16* kylen, void* pvoid) {
-    return ruvo_sdk::runVciSoLibrary(sofile, funname, seed, sdlen, key, kylen, pvoid);
+    const int r = soRun1(sofile, funname, seed, sdlen, key, kylen, pvoid);
+    return (r & 0xFF) != 0 ? 0 : 1;
 }
 
 namespace {

@@ -67,7 +67,7 @@ TEST(CandumpLog, MalformedLinesNameFileAndLine) {
 class SharedLogs : public ::testing::TestWithParam<const char*> {};
 
 TEST_P(SharedLogs, EveryLineParses) {
-    const auto r = canlog::read(std::string(RUVO_SHARED_DATA) + "/logs/" + GetParam());
+    const auto r = canlog::read(std::string(RUVO_TEST_DATA) + "/logs/" + GetParam());
     EXPECT_GT(r.frames.size(), 100u);
     EXPECT_EQ(r.skipped, 0u);
 }

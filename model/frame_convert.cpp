@@ -1,4 +1,4 @@
-#include "dispatch/frame_convert.h"
+#include "model/frame_convert.h"
 
 #include <chrono>
 #include <cstring>
