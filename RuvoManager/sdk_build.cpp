@@ -93,8 +93,10 @@ int runRuvoFunc(const char* name, const char* func) {
 
 int loadToolRuvoCode(const char* name, const char* func, const char* code, unsigned size,
                      RuvoCompileCallback callback) {
+    if (!detail::nameAllowed("loadToolRuvoCode", ruvo::NameKind::Function, str(func))) return -1;
     MpRuvo* a = applet(name);
     if (a == nullptr) {
+        if (!detail::nameAllowed("loadToolRuvoCode", ruvo::NameKind::Applet, str(name))) return -1;
         a = RuvoManager::getInstance().createApplet(str(name), AT_TOOL);
     } else if (a->getType() == AT_TOOL) {
         unloadRuvoMp(name);  // so the module in use can be overwritten

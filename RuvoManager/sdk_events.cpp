@@ -9,7 +9,9 @@
 namespace ruvo_sdk {
 
 using detail::applet;
+using detail::nameAllowed;
 using detail::str;
+using ruvo::NameKind;
 
 namespace {
 
@@ -26,14 +28,23 @@ int forward(const char* name, F&& call) {
     return a ? call(*a) : -1;
 }
 
+// As forward, for calls that bring a new binding key: the key becomes part of a handler name.
+template <typename F>
+int forwardKey(const char* call, const char* name, const char* key, F&& body) {
+    if (!nameAllowed(call, NameKind::BindingKey, str(key))) return -1;
+    return forward(name, std::forward<F>(body));
+}
+
 }  // namespace
 
 int insertKeyboardEvent(const char* n, const char* key, const char* const* parts, unsigned count) {
-    return forward(n, [&](MpRuvo& a) { return a.insertKeyboardEvent(str(key), partsOf(parts, count)); });
+    return forwardKey("insertKeyboardEvent", n, key, [&](MpRuvo& a) {
+        return a.insertKeyboardEvent(str(key), partsOf(parts, count));
+    });
 }
 int updateKeyboardEvent(const char* n, const char* oldKey, const char* newKey,
                         const char* const* parts, unsigned count) {
-    return forward(n, [&](MpRuvo& a) {
+    return forwardKey("updateKeyboardEvent", n, newKey, [&](MpRuvo& a) {
         return a.updateKeyboardEvent(str(oldKey), str(newKey), partsOf(parts, count));
     });
 }
@@ -45,22 +56,28 @@ int clearKeyboardEvent(const char* n) {
 }
 
 int insertRecvCANId(const char* n, const char* key, unsigned long long id) {
-    return forward(n, [&](MpRuvo& a) { return a.insertRecvCANId(str(key), id), 0; });
+    return forwardKey("insertRecvCANId", n, key,
+                      [&](MpRuvo& a) { return a.insertRecvCANId(str(key), id), 0; });
 }
 int insertSendCANId(const char* n, const char* key, unsigned long long id) {
-    return forward(n, [&](MpRuvo& a) { return a.insertSendCANId(str(key), id), 0; });
+    return forwardKey("insertSendCANId", n, key,
+                      [&](MpRuvo& a) { return a.insertSendCANId(str(key), id), 0; });
 }
 int insertPreSendCANId(const char* n, const char* key, unsigned long long id) {
-    return forward(n, [&](MpRuvo& a) { return a.insertPreSendCANId(str(key), id), 0; });
+    return forwardKey("insertPreSendCANId", n, key,
+                      [&](MpRuvo& a) { return a.insertPreSendCANId(str(key), id), 0; });
 }
 int updateRecvCANId(const char* n, const char* o, const char* k, unsigned long long id) {
-    return forward(n, [&](MpRuvo& a) { return a.updateRecvCANId(str(o), str(k), id); });
+    return forwardKey("updateRecvCANId", n, k,
+                      [&](MpRuvo& a) { return a.updateRecvCANId(str(o), str(k), id); });
 }
 int updateSendCANId(const char* n, const char* o, const char* k, unsigned long long id) {
-    return forward(n, [&](MpRuvo& a) { return a.updateSendCANId(str(o), str(k), id); });
+    return forwardKey("updateSendCANId", n, k,
+                      [&](MpRuvo& a) { return a.updateSendCANId(str(o), str(k), id); });
 }
 int updatePreSendCANId(const char* n, const char* o, const char* k, unsigned long long id) {
-    return forward(n, [&](MpRuvo& a) { return a.updatePreSendCANId(str(o), str(k), id); });
+    return forwardKey("updatePreSendCANId", n, k,
+                      [&](MpRuvo& a) { return a.updatePreSendCANId(str(o), str(k), id); });
 }
 int removeRecvCANId(const char* n, const char* key) {
     return forward(n, [&](MpRuvo& a) { return a.removeRecvCANId(str(key)), 0; });
@@ -82,7 +99,7 @@ int clearPreSendCANId(const char* n) {
 }
 
 int insertTimer(const char* n, const char* key, unsigned long long interval) {
-    return forward(n, [&](MpRuvo& a) {
+    return forwardKey("insertTimer", n, key, [&](MpRuvo& a) {
         const std::string k = str(key);
         const std::string func = keyToFunName(k, RFT_TIMER);
         if (!a.hasFunc(func)) {
@@ -92,7 +109,8 @@ int insertTimer(const char* n, const char* key, unsigned long long interval) {
     });
 }
 int updateTimer(const char* n, const char* o, const char* k, unsigned long long interval) {
-    return forward(n, [&](MpRuvo& a) { return a.updateTimer(str(o), str(k), interval); });
+    return forwardKey("updateTimer", n, k,
+                      [&](MpRuvo& a) { return a.updateTimer(str(o), str(k), interval); });
 }
 int removeTimer(const char* n, const char* key) {
     return forward(n, [&](MpRuvo& a) { return a.removeTimer(str(key)), 0; });
@@ -106,7 +124,8 @@ int getTimersCount(const char* n, int* count) {
         return 0;
     });
 }
-int getTimers(const char* n, char** const names, unsigned long long* const intervals, int capacity) {
+int getTimers(const char* n, char** const names, unsigned long long* const intervals,
+              int capacity) {
     return forward(n, [&](MpRuvo& a) {
         int i = 0;
         for (auto& entry : a.getTimers()) {

@@ -11,9 +11,16 @@
 namespace ruvo_sdk {
 
 using detail::applet;
+using detail::nameAllowed;
 using detail::str;
+using ruvo::NameKind;
 
 namespace {
+
+// A fixed field of a host record, which the host may have filled to the last byte.
+std::string fixedText(const char* field, size_t size) {
+    return std::string(field, strnlen(field, size));
+}
 
 // Inner functions first, then the applet's own: what the position calls address.
 std::vector<RuvoFunction> sequenceOf(MpRuvo* a) {
@@ -22,6 +29,16 @@ std::vector<RuvoFunction> sequenceOf(MpRuvo* a) {
     for (auto& f : a->getInnerFuncs()) seq.push_back(std::move(f));
     for (auto& f : a->getMpFuncs()) seq.push_back(std::move(f));
     return seq;
+}
+
+// Every variable of a batch must be nameable, else none is taken.
+bool varsAllowed(const char* call, const _KelnVar* vars, unsigned count) {
+    for (unsigned i = 0; vars != nullptr && i < count; ++i) {
+        if (!nameAllowed(call, NameKind::Variable, fixedText(vars[i].name, sizeof(vars[i].name)))) {
+            return false;
+        }
+    }
+    return true;
 }
 
 void printInto(char* out, const std::string& text) {
@@ -34,7 +51,7 @@ void printInto(char* out, const std::string& text) {
 
 int setRuvoVar(const char* name, const _KelnVar* vars, unsigned count) {
     MpRuvo* a = applet(name);
-    if (a == nullptr) return -1;
+    if (a == nullptr || !varsAllowed("setRuvoVar", vars, count)) return -1;
     a->clearGlobalVarList();
     for (unsigned i = 0; vars != nullptr && i < count; ++i) a->addGlobalVar(Parameter(vars[i]));
     return 0;
@@ -42,7 +59,7 @@ int setRuvoVar(const char* name, const _KelnVar* vars, unsigned count) {
 
 int addRuvoVar(const char* name, const _KelnVar* vars, unsigned count) {
     MpRuvo* a = applet(name);
-    if (a == nullptr) return -1;
+    if (a == nullptr || !varsAllowed("addRuvoVar", vars, count)) return -1;
     for (unsigned i = 0; vars != nullptr && i < count; ++i) a->addGlobalVar(Parameter(vars[i]));
     return 0;
 }
@@ -67,6 +84,7 @@ int getRuvoVarByName(const char* name, const char* var, _KelnVar* out) {
 int updateRuvoVar(const char* name, const char* var, _KelnVar* value) {
     MpRuvo* a = applet(name);
     if (a == nullptr || value == nullptr) return -1;
+    if (!varsAllowed("updateRuvoVar", value, 1)) return -1;
     return a->updateGlobalVar(var, *value);
 }
 
@@ -163,6 +181,9 @@ int setRuvoFuncCodeByName(const char* name, const char* func, const char* code, 
 int setRuvoFunc(const char* name, const _KelnFunction* func, _FuncType type) {
     MpRuvo* a = applet(name);
     if (a == nullptr || func == nullptr) return -1;
+    if (!nameAllowed("setRuvoFunc", NameKind::Function, fixedText(func->name, sizeof(func->name)))) {
+        return -1;
+    }
     if (a->findFunc(func->name).isValid()) {
         a->setFunctionInfo(*func);
         return 0;
@@ -176,7 +197,7 @@ int setRuvoFunc(const char* name, const _KelnFunction* func, _FuncType type) {
 
 int createRuvoFunc(const char* name, const char* func, int subType, char** const args, int argCount) {
     MpRuvo* a = applet(name);
-    if (a == nullptr) return -1;
+    if (a == nullptr || !nameAllowed("createRuvoFunc", NameKind::Function, str(func))) return -1;
     std::vector<std::string> list;
     for (int i = 0; args != nullptr && i < argCount; ++i) list.push_back(str(args[i]));
     const RuvoFunction f = a->createFunc(str(func), static_cast<_RuvoFuncType>(subType), list);

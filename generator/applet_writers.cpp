@@ -3,10 +3,13 @@
 
 #include <exception>
 #include <filesystem>
+#include <map>
+#include <stdexcept>
 
 #include "generator/CppCodeGenerator.h"
 #include "host/log_interface.h"
 #include "model/MpRuvo.h"
+#include "model/names.h"
 
 namespace {
 
@@ -28,6 +31,32 @@ void deleteStaleSources(const std::string& dir) {
         if (!entry.is_regular_file()) continue;
         const std::string ext = entry.path().extension().string();
         if (ext == ".h" || ext == ".cpp" || ext == ".c") fs::remove(entry.path());
+    }
+}
+
+std::string lowerAscii(std::string s) {
+    for (char& c : s) {
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+    return s;
+}
+
+// Every file lands in the target directory under a plain name, and no two names are equal or
+// differ only by case (they would overwrite each other, the latter on the workstation's file
+// system). `seen` holds the names already taken. Checked before anything is deleted or written.
+void checkFileNames(const AppPacket& packet, std::map<std::string, std::string>& seen) {
+    for (const auto& file : packet.files) {
+        const std::string stem = file.name.substr(0, file.name.rfind('.'));
+        const std::string problem = ruvo::nameProblem(ruvo::NameKind::Applet, file.name);
+        if (!problem.empty() || stem.empty()) {
+            throw std::runtime_error("refusing to write the file \"" + file.name + "\": " +
+                                     (problem.empty() ? std::string("has no name") : problem));
+        }
+        const auto inserted = seen.emplace(lowerAscii(file.name), file.name);
+        if (!inserted.second) {
+            throw std::runtime_error("the file \"" + file.name + "\" would overwrite \"" +
+                                     inserted.first->second + "\" (names equal or differing only by case)");
+        }
     }
 }
 
@@ -61,6 +90,14 @@ bool MpRuvo::writeGeneratedFiles(Layout layout, const std::string& path) {
                 single = generator.generateSingleFile(vars, funcs, getEditType());
                 hasFirst = hasSingle = true;
                 break;
+        }
+        {
+            // The base pair is copied in at compile time, resource.h is written below.
+            std::map<std::string, std::string> seen{{"ruvobase.h", "RuvoBase.h"},
+                                                    {"ruvobase.cpp", "RuvoBase.cpp"}};
+            if (layout != Layout::Multi) seen.emplace("resource.h", "resource.h");
+            if (hasSingle) checkFileNames(single, seen);
+            if (hasFirst) checkFileNames(first, seen);
         }
         const std::string dir = path.empty() ? getCodePath() : path;
         deleteStaleSources(dir);
