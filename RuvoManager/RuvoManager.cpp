@@ -42,6 +42,8 @@ RuvoManager& RuvoManager::getInstance() {
 }
 
 RuvoManager::RuvoManager() : handlerCache(new ruvo::HandlerCache) {
+    static ruvo::HandlerCache* cache = handlerCache.get();
+    ruvo::setModelListener([] { cache->drop(); });
     MpRuvo::setModuleHooks([](const std::string&) { RuvoManager::getInstance().registerLambdaCallback(); },
                            [](const std::string& name) {
                                RuvoManager::getInstance().unregisterLambdaCallback(name);
@@ -63,6 +65,7 @@ RuvoManager::~RuvoManager() {
 }
 
 MpRuvo* RuvoManager::createApplet(const std::string& name, AppletType type) {
+    std::lock_guard<std::recursive_mutex> model(ruvo::modelMutex());
     if (MpRuvo* existing = getApplet(name)) {
         log_interface::log_warn("createApplet() applet %s already exist", name.c_str());
         return existing;
@@ -84,6 +87,7 @@ MpRuvo* RuvoManager::createApplet(const std::string& name, AppletType type) {
 }
 
 MpRuvo* RuvoManager::loadApplet(const std::string& configPath) {
+    std::lock_guard<std::recursive_mutex> model(ruvo::modelMutex());
     auto applet = std::make_shared<MpRuvo>();
     std::string name;
     if (applet->deserilize(configPath)) {
@@ -96,7 +100,10 @@ MpRuvo* RuvoManager::loadApplet(const std::string& configPath) {
         applet->setExportPath(project + "/" + name + "_mp/");
         ensureDirectory(applet->getCodePath());
         ensureDirectory(applet->getExportPath());
-        applets[name] = applet;
+        {
+            std::lock_guard<std::mutex> lock(appletsMutex);
+            applets[name] = applet;
+        }
         ruvo::touchModel();
     }
     const auto it = applets.find(name);
@@ -104,8 +111,16 @@ MpRuvo* RuvoManager::loadApplet(const std::string& configPath) {
 }
 
 void RuvoManager::deleteApplet(const std::string& name) {
-    std::lock_guard<std::mutex> lock(appletsMutex);
-    applets.erase(name);
+    std::lock_guard<std::recursive_mutex> model(ruvo::modelMutex());
+    std::shared_ptr<MpRuvo> gone;  // dropped outside the registry mutex: it may unmap a module
+    {
+        std::lock_guard<std::mutex> lock(appletsMutex);
+        const auto it = applets.find(name);
+        if (it != applets.end()) {
+            gone = std::move(it->second);
+            applets.erase(it);
+        }
+    }
     ruvo::touchModel();
 }
 

@@ -24,6 +24,10 @@ struct RuvoManager::Source : ruvo::HandlerSource {
                                         : applet->getPreSendCANId();
         return true;
     }
+    std::shared_ptr<void> modulePin(const std::string& name) override {
+        MpRuvo* applet = manager.getApplet(name);
+        return applet ? applet->modulePin() : nullptr;
+    }
     RuvoManager& manager;
 };
 
@@ -106,15 +110,15 @@ void RuvoManager::prePackageSend(std::list<CanPackage>& packages) {
 }
 
 void RuvoManager::onStartup(std::list<int>, std::list<int>) {
-    for (const auto& entry : getLoadRuvoFuns(RFT_PROGRAM_START)) {
-        reinterpret_cast<void (*)()>(entry.first)();
-    }
+    Source source(*this);
+    const auto sets = handlerCache->current(source);
+    for (void* address : sets->started) reinterpret_cast<void (*)()>(address)();
 }
 
 void RuvoManager::onShutdown() {
-    for (const auto& entry : getLoadRuvoFuns(RFT_PROGRAM_STOP)) {
-        reinterpret_cast<void (*)()>(entry.first)();
-    }
+    Source source(*this);
+    const auto sets = handlerCache->current(source);
+    for (void* address : sets->stopped) reinterpret_cast<void (*)()>(address)();
 }
 
 void RuvoManager::beforeStartup() {}

@@ -15,7 +15,7 @@ using detail::str;
 
 int compileRuvo(const char* name, RuvoCompileCallback callback) {
     const std::string appletName = str(name);
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr || !callback) return -1;
     const auto start = std::chrono::steady_clock::now();
     a->serialize("");
@@ -44,26 +44,26 @@ int formatFile(const char* path) {
 }
 
 int loadRuvoMp(const char* name) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     if (a->isLoaded()) return 0;
     return a->loadMp() ? 0 : -1;
 }
 
 int unloadRuvoMp(const char* name) {
-    if (MpRuvo* a = applet(name)) a->destoryMp();
+    if (auto a = applet(name)) a->destoryMp();
     return 0;
 }
 
 void* getRuvoFuncAddr(const char* name, const char* func) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return nullptr;
     loadRuvoMp(name);
     return a->getDllFuncAddress(str(func));
 }
 
 int runRuvoFunc(const char* name, const char* func) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     const std::string wanted = str(func);
     for (const auto& named : a->functions()) {
@@ -75,17 +75,17 @@ int runRuvoFunc(const char* name, const char* func) {
         bool needsArguments = false;
         for (const auto& p : f.getParamList()) needsArguments |= p.getType() != KVT_VOID;
         if (needsArguments) break;
-        switch (f.getReturnType().getType()) {
-            case KVT_VOID:
-                reinterpret_cast<void (*)()>(address)();
-                return 0;
-            case KVT_S32:
-                reinterpret_cast<s32 (*)()>(address)();
-                return 0;
-            default:
-                break;
+        const KelnVarType returns = f.getReturnType().getType();
+        if (returns != KVT_VOID && returns != KVT_S32) break;
+        // The module stays mapped for the run; the model is free for the bus meanwhile.
+        const std::shared_ptr<void> pin = a->modulePin();
+        a.unlock();
+        if (returns == KVT_VOID) {
+            reinterpret_cast<void (*)()>(address)();
+        } else {
+            reinterpret_cast<s32 (*)()>(address)();
         }
-        break;
+        return 0;
     }
     std::printf("%s not supported\n", wanted.c_str());
     return 0;
@@ -94,7 +94,8 @@ int runRuvoFunc(const char* name, const char* func) {
 int loadToolRuvoCode(const char* name, const char* func, const char* code, unsigned size,
                      RuvoCompileCallback callback) {
     if (!detail::nameAllowed("loadToolRuvoCode", ruvo::NameKind::Function, str(func))) return -1;
-    MpRuvo* a = applet(name);
+    const auto model = detail::lockModel();
+    MpRuvo* a = applet(name).get();
     if (a == nullptr) {
         if (!detail::nameAllowed("loadToolRuvoCode", ruvo::NameKind::Applet, str(name))) return -1;
         a = RuvoManager::getInstance().createApplet(str(name), AT_TOOL);

@@ -24,7 +24,7 @@ std::list<std::string> partsOf(const char* const* parts, unsigned count) {
 // Forwards to a member and returns its result, or -1 for an unknown applet.
 template <typename F>
 int forward(const char* name, F&& call) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     return a ? call(*a) : -1;
 }
 

@@ -15,9 +15,9 @@ using detail::str;
 namespace {
 
 int generated(const char* name, bool (MpRuvo::*write)(const std::string&), const char* path) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
-    return (a->*write)(str(path)) ? 0 : -1;
+    return (a.get()->*write)(str(path)) ? 0 : -1;
 }
 
 int sizeOf(const std::string& text, int* size) {
@@ -35,15 +35,15 @@ int copyOut(const std::string& text, char* out, int size) {
 using TextSource = std::string (RuvoCode::*)() const;
 
 int textSize(const char* name, TextSource source, int* size) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
-    return sizeOf((a->*source)(), size);
+    return sizeOf((a.get()->*source)(), size);
 }
 
 int text(const char* name, TextSource source, char* out, int size) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
-    return copyOut((a->*source)(), out, size);
+    return copyOut((a.get()->*source)(), out, size);
 }
 
 std::string singleFileText(MpRuvo* a) {
@@ -84,15 +84,15 @@ RUVO_TEXT_PAIR(getDocumentSize, getDocument, get_Document)
 #undef RUVO_TEXT_PAIR
 
 int getMainContentSize(const char* name, int* size) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
-    return sizeOf(singleFileText(a), size);
+    return sizeOf(singleFileText(a.get()), size);
 }
 
 int getMainContentCpp(const char* name, char* out, int size) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
-    copyOut(singleFileText(a), out, size);
+    copyOut(singleFileText(a.get()), out, size);
     try {
         CppCodeGenerator().generateResourceFile(a->getCodePath() + "resource" + ".h",
                                                 a->getResourceCode());

@@ -23,7 +23,7 @@ std::string fixedText(const char* field, size_t size) {
 }
 
 // Inner functions first, then the applet's own: what the position calls address.
-std::vector<RuvoFunction> sequenceOf(MpRuvo* a) {
+std::vector<RuvoFunction> sequenceOf(const detail::AppletRef& a) {
     std::vector<RuvoFunction> seq;
     if (a == nullptr) return seq;
     for (auto& f : a->getInnerFuncs()) seq.push_back(std::move(f));
@@ -50,7 +50,7 @@ void printInto(char* out, const std::string& text) {
 // ---- global variables ----
 
 int setRuvoVar(const char* name, const _KelnVar* vars, unsigned count) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr || !varsAllowed("setRuvoVar", vars, count)) return -1;
     a->clearGlobalVarList();
     for (unsigned i = 0; vars != nullptr && i < count; ++i) a->addGlobalVar(Parameter(vars[i]));
@@ -58,14 +58,14 @@ int setRuvoVar(const char* name, const _KelnVar* vars, unsigned count) {
 }
 
 int addRuvoVar(const char* name, const _KelnVar* vars, unsigned count) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr || !varsAllowed("addRuvoVar", vars, count)) return -1;
     for (unsigned i = 0; vars != nullptr && i < count; ++i) a->addGlobalVar(Parameter(vars[i]));
     return 0;
 }
 
 int getRuvoVar(const char* name, _KelnVar* out, unsigned* count) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     if (count == nullptr) return 0;
     const auto vars = a->getGlobalVarList();
@@ -75,39 +75,39 @@ int getRuvoVar(const char* name, _KelnVar* out, unsigned* count) {
 }
 
 int getRuvoVarByName(const char* name, const char* var, _KelnVar* out) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     if (out != nullptr) a->getGlobalVar(var, *out);
     return 0;
 }
 
 int updateRuvoVar(const char* name, const char* var, _KelnVar* value) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr || value == nullptr) return -1;
     if (!varsAllowed("updateRuvoVar", value, 1)) return -1;
     return a->updateGlobalVar(var, *value);
 }
 
 int delRuvoVar(const char* name, const char* var) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     a->delGlobalVar(var);
     return 0;
 }
 
 void clearRuvoVar(const char* name) {
-    if (MpRuvo* a = applet(name)) a->clearGlobalVarList();
+    if (auto a = applet(name)) a->clearGlobalVarList();
 }
 
 // ---- functions ----
 
 int getRuvoUserFuncCount(const char* name) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     return a ? static_cast<int>(a->getFuncCount()) : -1;
 }
 
 int getRuvoUserFuncs(const char* name, _KelnFunction* out, int* subTypes, unsigned* count) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     const auto funcs = a->getMpFuncs();
     if (count != nullptr) *count = static_cast<unsigned>(funcs.size());
@@ -121,7 +121,7 @@ int getRuvoUserFuncs(const char* name, _KelnFunction* out, int* subTypes, unsign
 }
 
 int getRuvoFuncCount(const char* name) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     return a ? static_cast<int>(a->getInnerFuncs().size() + a->getFuncCount()) : 0;
 }
 
@@ -173,13 +173,13 @@ int setRuvoFuncCodeByPos(const char* name, unsigned pos, const char* code, unsig
 }
 
 int setRuvoFuncCodeByName(const char* name, const char* func, const char* code, unsigned size) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return 0;
     return a->setFuncBodyCode(str(func), code ? std::string(code, size) : std::string()) ? 0 : -1;
 }
 
 int setRuvoFunc(const char* name, const _KelnFunction* func, _FuncType type) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr || func == nullptr) return -1;
     if (!nameAllowed("setRuvoFunc", NameKind::Function, fixedText(func->name, sizeof(func->name)))) {
         return -1;
@@ -196,7 +196,7 @@ int setRuvoFunc(const char* name, const _KelnFunction* func, _FuncType type) {
 }
 
 int createRuvoFunc(const char* name, const char* func, int subType, char** const args, int argCount) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr || !nameAllowed("createRuvoFunc", NameKind::Function, str(func))) return -1;
     std::vector<std::string> list;
     for (int i = 0; args != nullptr && i < argCount; ++i) list.push_back(str(args[i]));
@@ -207,7 +207,7 @@ int createRuvoFunc(const char* name, const char* func, int subType, char** const
 }
 
 int getRuvoFuncCode(const char* name, const char* func, char* body, char* forward, char* backward) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     const RuvoFunction* f = a->findFuncPtr(str(func));
     if (f == nullptr) return -1;
@@ -218,7 +218,7 @@ int getRuvoFuncCode(const char* name, const char* func, char* body, char* forwar
 }
 
 int getRuvoFuncCodeSize(const char* name, const char* func, int* body, int* forward, int* backward) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     const RuvoFunction* f = a->findFuncPtr(str(func));
     if (f == nullptr) return -1;
@@ -229,48 +229,48 @@ int getRuvoFuncCodeSize(const char* name, const char* func, int* body, int* forw
 }
 
 int clearRuvoFunc(const char* name) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     a->clearMpFunction();
     return 0;
 }
 
 int clearRuvoEvent(const char* name) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     a->clearRuvoFunction();
     return 0;
 }
 
 int existRuvoFunc(const char* name, const char* func) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     return a->hasFunc(str(func)) ? 0 : -1;
 }
 
 int deleteFunc(const char* name, const char* func) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     a->deleteFuncByNode(str(func));
     return 0;
 }
 
 int addRuvoFuncDepend(const char* name, const char* from, const char* to) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     a->addFuncDepend(str(from), to);
     return 0;
 }
 
 int removeRuvoFuncDepend(const char* name, const char* from, const char* to) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     a->removeFuncDepend(str(from), to);
     return 0;
 }
 
 int getRuvoFuncAdditionInfoSize(const char* name, const char* func, int* size) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     const int n = a->getAdditionsSize(str(func));
     if (size != nullptr) *size = n;
@@ -278,7 +278,7 @@ int getRuvoFuncAdditionInfoSize(const char* name, const char* func, int* size) {
 }
 
 int getRuvoFuncAdditionInfo(const char* name, const char* func, char** out) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     if (out == nullptr) return 0;
     const auto additions = a->getAdditions(str(func));
@@ -293,12 +293,12 @@ int getRuvoFuncAdditionInfo(const char* name, const char* func, char** out) {
 }
 
 int getRuvoInnerFuncCount(const char* name) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     return a ? static_cast<int>(a->getInnerFuncs().size()) : -1;
 }
 
 int getRuvoInnerFuncs(const char* name, _KelnFunction* out, unsigned* count) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     const auto funcs = a->getInnerFuncs();
     if (count != nullptr) *count = static_cast<unsigned>(funcs.size());
@@ -311,7 +311,7 @@ int getRuvoInnerFuncs(const char* name, _KelnFunction* out, unsigned* count) {
 }
 
 int getRuvoInnerFuncInfo(const char* name, const char* func, _KelnFunction* out, char* demo, int* subType) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     const std::string wanted = str(func);
     for (const auto& f : a->getInnerFuncs()) {
@@ -325,7 +325,7 @@ int getRuvoInnerFuncInfo(const char* name, const char* func, _KelnFunction* out,
 }
 
 int hasRuvoInnerFunc(const char* name, const char* func, _FuncType type, _ToolFuncType subType) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     const std::string wanted = str(func);
     for (const auto& f : a->getInnerFuncs()) {
@@ -335,7 +335,7 @@ int hasRuvoInnerFunc(const char* name, const char* func, _FuncType type, _ToolFu
 }
 
 int genDefaultMainFunction(const char* name) {
-    MpRuvo* a = applet(name);
+    auto a = applet(name);
     if (a == nullptr) return -1;
     a->addMpFunction(a->getOrCreatMainRunFun());
     return 0;

@@ -29,6 +29,11 @@ struct HandlerSets {
     std::vector<BusHandler> received;  // on_can_rx_, ascending address
     std::vector<BusHandler> sent;      // on_can_tx_
     std::vector<BusHandler> preSend;   // on_can_pretx_
+    std::vector<void*> started;        // start and stop handlers, ascending address
+    std::vector<void*> stopped;
+    // The modules the addresses above lie in stay mapped while these sets live, so a module
+    // unloaded during a batch goes only when the batch is done.
+    std::vector<std::shared_ptr<void>> pins;
 };
 
 using HandlerMap = std::map<void*, std::pair<std::string, std::string>>;
@@ -37,12 +42,16 @@ struct HandlerSource {
     virtual ~HandlerSource() = default;
     virtual HandlerMap handlersOf(int subType) = 0;
     virtual bool idsOf(const std::string& applet, int subType, std::map<std::string, u64>& out) = 0;
+    virtual std::shared_ptr<void> modulePin(const std::string& applet) = 0;
 };
 
 class HandlerCache {
 public:
-    // The sets for the present revision, rebuilt from `source` if the model moved.
+    // The sets for the present revision, rebuilt from `source` under the model mutex if the
+    // model moved. Hold the result for the whole batch and call handlers without any lock.
     std::shared_ptr<const HandlerSets> current(HandlerSource& source);
+    // Lets go of the cached sets (and with them of unloaded modules no batch still runs in).
+    void drop();
 
 private:
     std::mutex mutex;

@@ -1,51 +1,82 @@
 #include "model/MpLoader.h"
 
+#include "host/log_interface.h"
 #include "platform/module.h"
+
+struct MpLoader::Module {
+    explicit Module(void* h) : handle(h) {}
+    ~Module() {
+        std::string error;
+        if (handle != nullptr && !platform::freeModule(handle, error)) {
+            log_interface::log_error("module unload failed: %s", error.c_str());
+        }
+    }
+    void* handle;
+};
 
 MpLoader::~MpLoader() { destoryMp(); }
 
 MpLoader::MpLoader(MpLoader&& other) noexcept {
     std::lock_guard<std::mutex> lock(other.mutex);
-    handle = other.handle;
-    other.handle = nullptr;
+    module = std::move(other.module);
 }
 
 MpLoader& MpLoader::operator=(MpLoader&& other) noexcept {
     if (this != &other) {
         destoryMp();
         std::scoped_lock lock(mutex, other.mutex);
-        handle = other.handle;
-        other.handle = nullptr;
+        module = std::move(other.module);
     }
     return *this;
 }
 
+void MpLoader::release() {
+    if (!module) return;
+    if (module.use_count() == 1) {
+        // The last holder: unmap here, so a failure is kept for lastError.
+        platform::freeModule(module->handle, error);
+        module->handle = nullptr;
+    }
+    module.reset();  // else the last pin unmaps it
+}
+
 bool MpLoader::loadMp(const std::string& path) {
     std::lock_guard<std::mutex> lock(mutex);
-    if (handle != nullptr) {
-        platform::freeModule(handle, error);
-        handle = nullptr;
-    }
+    release();
     error.clear();
-    handle = platform::loadModule(path, error);
+    void* handle = platform::loadModule(path, error);
+    if (handle != nullptr) module = std::make_shared<Module>(handle);
     return handle != nullptr;
 }
 
 void MpLoader::destoryMp() {
     std::lock_guard<std::mutex> lock(mutex);
-    if (handle == nullptr) return;
     error.clear();
-    platform::freeModule(handle, error);
-    handle = nullptr;
+    release();
 }
 
 void* MpLoader::getMpHandle() {
     std::lock_guard<std::mutex> lock(mutex);
-    return handle;
+    return module ? module->handle : nullptr;
+}
+
+bool MpLoader::isLoaded() const {
+    std::lock_guard<std::mutex> lock(mutex);
+    return module != nullptr;
 }
 
 void* MpLoader::getFuncAddress(const std::string& name) const {
+    void* handle = nullptr;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        handle = module ? module->handle : nullptr;
+    }
     return handle ? platform::findSymbol(handle, name) : nullptr;
+}
+
+std::shared_ptr<void> MpLoader::pin() const {
+    std::lock_guard<std::mutex> lock(mutex);
+    return module;
 }
 
 std::string MpLoader::lastError() const {

@@ -1,6 +1,7 @@
 #pragma once
 // Owns the handle of one compiled applet module.
 
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -17,17 +18,24 @@ public:
 
     // Unloads a present module first. False, with the system's reason kept, on failure.
     bool loadMp(const std::string& path);
-    // Idempotent.
+    // Idempotent. The module is unmapped at once unless a pin still holds it; then it goes
+    // with the last pin.
     void destoryMp();
     void* getMpHandle();
-    bool isLoaded() const { return handle != nullptr; }
+    bool isLoaded() const;
     // Unlocked: callers rely on the module staying loaded while they use the address.
     void* getFuncAddress(const std::string& name) const;
+    // Keeps the present module mapped while held, even across destoryMp (a batch of frames
+    // in flight on another thread); empty when nothing is loaded.
+    std::shared_ptr<void> pin() const;
     // Why the last load or unload failed, "" after a success.
     std::string lastError() const;
 
 private:
-    void* handle = nullptr;
+    struct Module;
+    void release();
+
+    std::shared_ptr<Module> module;
     mutable std::mutex mutex;
     std::string error;
 };

@@ -83,6 +83,8 @@ void MpRuvo::setModuleHooks(ModuleHook beforeLoad, ModuleHook beforeUnload) {
 
 bool MpRuvo::loadMp() {
     if (ModuleHook hook = g_beforeLoad.load()) hook(getMpName());
+    // Dispatch lets go of the old module first, so a recompiled file is really mapped anew.
+    ruvo::touchModel();
     const bool loaded = loader.loadMp(getMpDllFullPath());
     ruvo::touchModel();
     return loaded;

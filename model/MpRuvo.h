@@ -25,6 +25,7 @@ public:
     void destoryMp();
     bool isLoaded() const { return loader.isLoaded(); }
     void* getMpHandle() { return loader.getMpHandle(); }
+    std::shared_ptr<void> modulePin() const { return loader.pin(); }
     void* getDllFuncAddress(const std::string& name) const { return loader.getFuncAddress(name); }
     std::string moduleError() const { return loader.lastError(); }
 
