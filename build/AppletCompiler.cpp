@@ -1,6 +1,5 @@
 #include "build/AppletCompiler.h"
 
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -25,6 +24,10 @@ long long millisSince(std::chrono::steady_clock::time_point start) {
     return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
                                                                  start)
         .count();
+}
+
+std::string printable(const platform::Command& command) {
+    return command.argv.empty() ? command.windowsLine : ruvo::renderArguments(command.argv);
 }
 
 std::string toolRoot() {
@@ -64,31 +67,32 @@ int AppletCompiler::build(const std::string& name, const std::string& codePath,
     }
     ruvo::CompileCommandInput in{ruvo::currentDirectory(), std::thread::hardware_concurrency(),
                                  codePath, modulePath};
+    platform::Command command;
     if (platform::hostToolchain() == platform::Toolchain::Windows) {
-        return run(name, ruvo::windowsCompileCommand(in));
+        command.windowsLine = ruvo::windowsCompileCommand(in);
+    } else {
+        command.argv = ruvo::posixCompileArguments(in);
     }
-    // Without the compiler the shell would only say "not found": report it as a start failure.
-    if (!platform::isExecutable(toolRoot() + "/clang_compiler/clang++")) {
-        std::lock_guard<std::mutex> lock(mutex);
-        outputText = "CreateProcess failed: " + std::to_string(ENOENT) + ". " + kNotFound;
-        return 1;
-    }
-    return run(name, ruvo::posixCompileCommand(in));
+    return run(name, command);
 }
 
-int AppletCompiler::run(const std::string& name, const std::string& commandLine) {
-    log_interface::log_debug("%s", commandLine.c_str());
+int AppletCompiler::run(const std::string& name, const platform::Command& command) {
+    log_interface::log_debug("%s", printable(command).c_str());
     const auto start = std::chrono::steady_clock::now();
     auto process = std::make_shared<platform::ChildProcess>();
     {
         std::lock_guard<std::mutex> lock(mutex);
         outputText.clear();
     }
-    std::string error;
-    if (!process->start(commandLine, error)) {
-        std::cerr << error << std::endl;
+    platform::ChildProcess::Failure failure;
+    if (!process->start(command, platform::ChildProcess::Output::Merged, failure)) {
         std::lock_guard<std::mutex> lock(mutex);
-        outputText = "CreateProcess failed: " + std::to_string(errno) + ". " + kNotFound;
+        if (failure.stage == platform::ChildProcess::Failure::Stage::Pipe) {
+            std::cerr << failure.text << std::endl;
+            outputText = kNotFound;
+        } else {
+            outputText = "CreateProcess failed: " + std::to_string(failure.code) + ". " + kNotFound;
+        }
         return 1;
     }
     {
@@ -146,20 +150,31 @@ void AppletCompiler::startCompileThread(const std::string& name, RuvoCompileCall
 }
 
 int AppletCompiler::format(const std::string& path) {
-    const std::string command = platform::hostToolchain() == platform::Toolchain::Windows
-                                    ? ruvo::windowsFormatCommand(ruvo::currentDirectory(), path)
-                                    : ruvo::posixFormatCommand(ruvo::currentDirectory(), path);
+    platform::Command command;
+    if (platform::hostToolchain() == platform::Toolchain::Windows) {
+        command.windowsLine = ruvo::windowsFormatCommand(ruvo::currentDirectory(), path);
+    } else {
+        command.argv = ruvo::posixFormatArguments(ruvo::currentDirectory(), path);
+    }
     platform::ChildProcess process;
-    std::string error;
-    if (!process.start(command, error)) {
-        std::cerr << "CreateProcessA(clang-format) failed: " << error << std::endl;
+    platform::ChildProcess::Failure failure;
+    if (!process.start(command, platform::ChildProcess::Output::Separate, failure)) {
+        if (failure.stage == platform::ChildProcess::Failure::Stage::Pipe) {
+            std::cerr << failure.text << std::endl;
+            return -1;
+        }
+        std::cerr << "CreateProcessA(clang-format) failed: " << failure.code << std::endl;
         return -2;
     }
-    std::string text;
-    text.reserve(10240);
-    process.readAll([&](const char* data, size_t n) { text.append(data, n); });
+    // Both pipes drain while the tool runs, so a long diagnostic cannot stall it; nothing is
+    // shown before it has ended.
+    std::string out, err;
+    out.reserve(10240);
+    err.reserve(2048);
+    process.readSeparately(out, err);
     const int exitCode = process.wait();
-    if (!text.empty()) std::cout << "clang-format output:\n" << text << std::endl;
+    if (!out.empty()) std::cout << "clang-format output:\n" << out << std::endl;
+    if (!err.empty()) std::cout << "clang-format error:\n" << err << std::endl;
     return exitCode == 0 ? 0 : -3;
 }
 

@@ -11,6 +11,7 @@
 
 namespace platform {
 class ChildProcess;
+struct Command;
 }
 
 // result, duration in ms, applet name, the complete output text
@@ -24,8 +25,8 @@ public:
     // Builds the module of the named applet from what its code directory holds.
     int compile(const std::string& name);
     int build(const std::string& name, const std::string& codePath, const std::string& modulePath);
-    // Runs `commandLine` with both output streams on one pipe; 0 once it ran, 1 if it could not.
-    int run(const std::string& name, const std::string& commandLine);
+    // Runs the compiler with both output streams on one pipe; 0 once it ran, 1 if it could not.
+    int run(const std::string& name, const platform::Command& command);
     // Kills the running compile of `name`; its thread then reports result 1.
     void stop(const std::string& name);
     std::string output();

@@ -1,6 +1,6 @@
 #include "build/compile_command.h"
 
-#include <vector>
+#include <iterator>
 
 namespace ruvo {
 
@@ -22,8 +22,16 @@ std::string posixPath(std::string path) {
     return path;
 }
 
+const char* const kLibraries[] = {"-lVarStore", "-lRuvoManager", "-lDeviceHub", "-lHostBridge",
+                                  "-lCommonKit"};
+
 std::string libraries() {
     return " -lVarStore \t-lRuvoManager\t-lDeviceHub\t-lHostBridge\t-lCommonKit";
+}
+
+// A relative path that begins with '-' would be read as an option.
+std::string notAnOption(const std::string& path) {
+    return !path.empty() && path[0] == '-' ? "./" + path : path;
 }
 
 }  // namespace
@@ -50,22 +58,23 @@ std::string windowsCompileCommand(const CompileCommandInput& in) {
            "set VCToolsInstallDir=" + msvc + " && " + "set VSINSTALLDIR=" + B + " &&  " + c;
 }
 
-std::string posixCompileCommand(const CompileCommandInput& in) {
+std::vector<std::string> posixCompileArguments(const CompileCommandInput& in) {
     const std::string B = in.currentDir + "/Ruvo";
     const std::string I = in.currentDir + "/Ruvo/KELN_Ruvo_Include";
-    const std::string sources = in.codePath + "RuvoBase.cpp" + " " + in.codePath + "singleapp.cpp";
 
-    std::string c = "\"" + B + "/clang_compiler/clang++\" -std=c++17 ";
-    c += "-flto-jobs=" + std::to_string(in.jobs) + " ";
+    std::vector<std::string> a = {B + "/clang_compiler/clang++", "-std=c++17",
+                                  "-flto-jobs=" + std::to_string(in.jobs)};
     // In place of the Windows target: a shared object that exports only the applet's own
     // symbols, so it can really be unmapped again.
-    c += "-fPIC -fvisibility=hidden -fvisibility-inlines-hidden -Wno-unused-command-line-argument ";
-    c += sources + " ";
-    c += " -shared -o " + in.outputPath;
-    for (const char* dir : kIncludeDirs) c += " -I \"" + I + "/" + posixPath(dir) + "\"";
-    c += " -L \"" + B + "/KELN_Ruvo_Lib\"";
-    c += libraries();
-    return c;
+    a.insert(a.end(), {"-fPIC", "-fvisibility=hidden", "-fvisibility-inlines-hidden",
+                       "-Wno-unused-command-line-argument"});
+    a.push_back(notAnOption(in.codePath + "RuvoBase.cpp"));
+    a.push_back(notAnOption(in.codePath + "singleapp.cpp"));
+    a.insert(a.end(), {"-shared", "-o", in.outputPath});
+    for (const char* dir : kIncludeDirs) a.insert(a.end(), {"-I", I + "/" + posixPath(dir)});
+    a.insert(a.end(), {"-L", B + "/KELN_Ruvo_Lib"});
+    a.insert(a.end(), std::begin(kLibraries), std::end(kLibraries));
+    return a;
 }
 
 std::string windowsFormatCommand(const std::string& currentDir, const std::string& path) {
@@ -74,10 +83,28 @@ std::string windowsFormatCommand(const std::string& currentDir, const std::strin
            "\\clang_format\\.clang-format " + "\"" + path + "\"";
 }
 
-std::string posixFormatCommand(const std::string& currentDir, const std::string& path) {
+std::vector<std::string> posixFormatArguments(const std::string& currentDir, const std::string& path) {
     const std::string B = currentDir + "/Ruvo";
-    return B + "/clang_format/clang-format.exe -i -style=file:" + B + "/clang_format/.clang-format " +
-           "\"" + path + "\"";
+    return {B + "/clang_format/clang-format.exe", "-i",
+            "-style=file:" + B + "/clang_format/.clang-format", notAnOption(path)};
+}
+
+std::string renderArguments(const std::vector<std::string>& argv) {
+    std::string line;
+    for (const std::string& arg : argv) {
+        if (!line.empty()) line += ' ';
+        const bool plain = !arg.empty() && arg.find_first_not_of(
+                                               "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
+                                               "0123456789_@%+=:,./-") == std::string::npos;
+        if (plain) {
+            line += arg;
+            continue;
+        }
+        line += '\'';
+        for (char c : arg) line += c == '\'' ? std::string("'\\''") : std::string(1, c);
+        line += '\'';
+    }
+    return line;
 }
 
 }  // namespace ruvo

@@ -35,32 +35,72 @@ TEST(CompileCommand, WindowsLineIsExactToTheByte) {
     EXPECT_EQ(ruvo::windowsCompileCommand(in), expected);
 }
 
-TEST(CompileCommand, PosixProfileKeepsThePiecesInOrderWithoutWindowsFlags) {
-    const ruvo::CompileCommandInput in{"/host", 2, "/p/app_code/", "/p/app_mp/app.mp"};
-    const std::string line = ruvo::posixCompileCommand(in);
-    EXPECT_EQ(line.rfind("\"/host/Ruvo/clang_compiler/clang++\" -std=c++17 -flto-jobs=2 -fPIC ", 0), 0u)
+TEST(CompileCommand, WindowsLineLeavesPathsWithBlanksUnquoted) {
+    // The Windows line is kept as it is: a blank in the code path splits the source argument.
+    const ruvo::CompileCommandInput in{"C:\\Host", 1, "D:\\my proj\\a_code\\", "D:\\my proj\\a_mp\\a.mp"};
+    const std::string line = ruvo::windowsCompileCommand(in);
+    EXPECT_NE(line.find(" D:\\my proj\\a_code\\RuvoBase.cpp D:\\my proj\\a_code\\singleapp.cpp  -shared -o D:\\my proj\\a_mp\\a.mp -isystem"),
+              std::string::npos)
         << line;
-    for (const char* windowsOnly : {"-m32", "-fms-compatibility", "i686", "MSVC", "\\", "cmd.exe"}) {
-        EXPECT_EQ(line.find(windowsOnly), std::string::npos) << windowsOnly;
+}
+
+TEST(CompileCommand, PosixArgumentsAreTheSamePiecesInOrderWithoutWindowsFlags) {
+    const ruvo::CompileCommandInput in{"/host", 2, "/p/app_code/", "/p/app_mp/app.mp"};
+    const std::string inc = "/host/Ruvo/KELN_Ruvo_Include/";
+    std::vector<std::string> expected = {
+        "/host/Ruvo/clang_compiler/clang++", "-std=c++17", "-flto-jobs=2",
+        "-fPIC", "-fvisibility=hidden", "-fvisibility-inlines-hidden", "-Wno-unused-command-line-argument",
+        "/p/app_code/RuvoBase.cpp", "/p/app_code/singleapp.cpp",
+        "-shared", "-o", "/p/app_mp/app.mp"};
+    for (const char* dir : {"ucrt", "ucrt/sys", "HostBridge", "RuvoManager", "RuvoManager/inc", "CommonKit",
+                            "SDK", "SDK/CalMaster", "SDK/FrameKit", "SDK/VarStore", "SDK/DeviceHub",
+                            "SDK/DeviceHub/EthLinkApi", "SDK/DeviceHub/UsbLinkApi", "SDK/DeviceHub/SimBusApi",
+                            "SDK/DeviceHub/BoxApi", "SDK/DeviceHub/BoxRunnerApi"}) {
+        expected.push_back("-I");
+        expected.push_back(inc + dir);
     }
-    const size_t sources = line.find("/p/app_code/RuvoBase.cpp /p/app_code/singleapp.cpp  -shared -o /p/app_mp/app.mp");
-    const size_t includes = line.find(" -I \"/host/Ruvo/KELN_Ruvo_Include/ucrt\" -I \"/host/Ruvo/KELN_Ruvo_Include/ucrt/sys\"");
-    const size_t deviceHub = line.find(" -I \"/host/Ruvo/KELN_Ruvo_Include/SDK/DeviceHub/BoxRunnerApi\"");
-    const size_t libs = line.find(" -L \"/host/Ruvo/KELN_Ruvo_Lib\" -lVarStore \t-lRuvoManager\t-lDeviceHub\t-lHostBridge\t-lCommonKit");
-    ASSERT_NE(sources, std::string::npos);
-    ASSERT_NE(includes, std::string::npos);
-    ASSERT_NE(libs, std::string::npos);
-    EXPECT_LT(sources, includes);
-    EXPECT_LT(deviceHub, libs);
-    EXPECT_EQ(libs + std::string(" -L \"/host/Ruvo/KELN_Ruvo_Lib\" -lVarStore \t-lRuvoManager\t-lDeviceHub\t-lHostBridge\t-lCommonKit").size(),
-              line.size());
+    for (const char* arg : {"-L", "/host/Ruvo/KELN_Ruvo_Lib", "-lVarStore", "-lRuvoManager", "-lDeviceHub",
+                            "-lHostBridge", "-lCommonKit"}) {
+        expected.push_back(arg);
+    }
+    const std::vector<std::string> args = ruvo::posixCompileArguments(in);
+    ASSERT_EQ(args.size(), expected.size());
+    for (size_t i = 0; i < args.size(); ++i) EXPECT_EQ(args[i], expected[i]) << "argument " << i;
+}
+
+TEST(CompileCommand, PosixArgumentsCarryHostilePathsWhole) {
+    const std::string odd = "/p/x;touch PWNED $(id) `id` && a | b \"q\" 'q'\n/";
+    const ruvo::CompileCommandInput in{"/h o", 1, odd + "a_code/", odd + "a_mp/a.mp"};
+    const std::vector<std::string> args = ruvo::posixCompileArguments(in);
+    ASSERT_EQ(args.size(), 51u);
+    EXPECT_EQ(args[0], "/h o/Ruvo/clang_compiler/clang++");
+    EXPECT_EQ(args[7], odd + "a_code/RuvoBase.cpp");
+    EXPECT_EQ(args[8], odd + "a_code/singleapp.cpp");
+    EXPECT_EQ(args[11], odd + "a_mp/a.mp");
+    EXPECT_EQ(args[13], "/h o/Ruvo/KELN_Ruvo_Include/ucrt");
+    // A relative path must not turn into an option.
+    const ruvo::CompileCommandInput dash{"/h", 1, "-shared/", "-o"};
+    const std::vector<std::string> d = ruvo::posixCompileArguments(dash);
+    EXPECT_EQ(d[7], "./-shared/RuvoBase.cpp");
+    EXPECT_EQ(d[8], "./-shared/singleapp.cpp");
+    EXPECT_EQ(d[11], "-o") << "the value of -o is taken as it is";
 }
 
 TEST(CompileCommand, FormatterLines) {
     EXPECT_EQ(ruvo::windowsFormatCommand("C:\\H", "D:\\a b.cpp"),
               "C:\\H\\Ruvo\\clang_format\\clang-format.exe -i -style=file:C:\\H\\Ruvo\\clang_format\\.clang-format \"D:\\a b.cpp\"");
-    EXPECT_EQ(ruvo::posixFormatCommand("/h", "/a.cpp"),
-              "/h/Ruvo/clang_format/clang-format.exe -i -style=file:/h/Ruvo/clang_format/.clang-format \"/a.cpp\"");
+}
+
+TEST(CompileCommand, PosixFormatterArguments) {
+    EXPECT_EQ(ruvo::posixFormatArguments("/h", "/a b;c.cpp"),
+              (std::vector<std::string>{"/h/Ruvo/clang_format/clang-format.exe", "-i",
+                                        "-style=file:/h/Ruvo/clang_format/.clang-format", "/a b;c.cpp"}));
+    EXPECT_EQ(ruvo::posixFormatArguments("/h", "-i.cpp").back(), "./-i.cpp");
+}
+
+TEST(CompileCommand, RenderedArgumentsReadAsTheyWereGiven) {
+    EXPECT_EQ(ruvo::renderArguments({"/bin/cc", "-o", "/a b/x", "it's", "", "a;b", "-lm"}),
+              "/bin/cc -o '/a b/x' 'it'\\''s' '' 'a;b' -lm");
 }
 
 TEST(CompileOutput, WordSearchDecidesFailure) {

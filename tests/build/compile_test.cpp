@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 #include <thread>
+#include <vector>
 
 #include "build/compile_support.h"
 #include "test_support.h"
@@ -164,6 +165,72 @@ TEST_F(RealCompile, FormatterRewritesInPlaceAndAlwaysAnswersZero) {
     EXPECT_EQ(AppletCompiler::instance().format(project.file("missing.cpp")), -3);
 }
 
+namespace {
+
+// What a shell would run if it saw the path; as an argument it is only a name.
+const char* const kHostileDir =
+    "p;touch PWNED $(touch PWNED) `touch PWNED` && touch PWNED | touch PWNED \"q\" 'q' x";
+
+// Every file named PWNED below `dir`.
+std::vector<std::string> pwned(const fs::path& dir) {
+    std::vector<std::string> found;
+    for (const auto& entry : fs::recursive_directory_iterator(dir)) {
+        if (entry.path().filename() == "PWNED") found.push_back(entry.path().string());
+    }
+    return found;
+}
+
+}  // namespace
+
+TEST_F(RealCompile, HostileProjectPathCompilesAndRunsNothing) {
+    const fs::path cwd = fs::current_path();
+    fs::remove(cwd / "PWNED");
+    const std::string hostile = project.file(kHostileDir);
+    fs::create_directories(hostile);
+    ruvo_sdk::initRuvo(hostile.c_str());
+
+    // Blanks included: on POSIX the path is one argument, so the compile succeeds.
+    ASSERT_EQ(ruvo_sdk::createRuvo("good", AT_TOOL), 0);
+    ASSERT_EQ(ruvo_sdk::genDefaultMainFunction("good"), 0);
+    const CompileReport good = compile("good");
+    EXPECT_EQ(good.result, CR_SUCCESS) << good.text;
+    EXPECT_TRUE(fs::exists(hostile + "/good_mp/good.mp"));
+    EXPECT_EQ(ruvo_sdk::loadRuvoMp("good"), 0);
+
+    // And a broken applet there fails with the compiler's own words about the right file.
+    ASSERT_EQ(ruvo_sdk::createRuvo("bad", AT_TOOL), 0);
+    ASSERT_EQ(ruvo_sdk::genDefaultMainFunction("bad"), 0);
+    setBody("bad", "mainRun", "int x = ;\n");
+    const CompileReport bad = compile("bad");
+    EXPECT_EQ(bad.result, CR_FAILURE);
+    EXPECT_NE(bad.text.find(hostile + "/bad_code/singleapp.cpp"), std::string::npos) << bad.text;
+    EXPECT_NE(bad.text.find("error: expected expression"), std::string::npos) << bad.text;
+
+    EXPECT_FALSE(fs::exists(cwd / "PWNED"));
+    EXPECT_EQ(pwned(project.path()), std::vector<std::string>());
+}
+
+TEST_F(RealCompile, FormatterTakesAHostilePathWhole) {
+    const std::string dir = project.file("a b;touch PWNED");
+    fs::create_directories(dir);
+    const std::string file = dir + "/x y;$(touch PWNED).cpp";
+    std::ofstream(file) << "int  f( ){return 1 ;}\n";
+    EXPECT_EQ(AppletCompiler::instance().format(file), 0);
+    EXPECT_EQ(slurp(file), "int f() { return 1; }\n");
+    EXPECT_EQ(pwned(project.path()), std::vector<std::string>());
+    EXPECT_FALSE(fs::exists(fs::current_path() / "PWNED"));
+}
+
+TEST_F(RealCompile, FormatterShowsTheToolsErrorPipeApartAfterAFailedRun) {
+    testing::internal::CaptureStdout();
+    const int r = AppletCompiler::instance().format(project.file("missing.cpp"));
+    const std::string shown = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(r, -3);
+    EXPECT_EQ(shown.find("clang-format output:"), std::string::npos) << shown;
+    ASSERT_EQ(shown.rfind("clang-format error:\n", 0), 0u) << shown;
+    EXPECT_NE(shown.find("No such file or directory"), std::string::npos) << shown;
+}
+
 TEST(CompileCalls, UnknownAppletAndEmptyCallbackGiveMinusOneAndNoCallback) {
     TempDir project;
     ruvo_sdk::initRuvo(project.path().c_str());
@@ -248,4 +315,26 @@ TEST_F(FakeCompiler, StopDuringACompileReportsFailureWithTheStopText) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
     ruvo_sdk::stopCompileRuvo("fake");  // long ended: the text is replaced, nothing else happens
     EXPECT_EQ(AppletCompiler::instance().output(), report.text);
+}
+
+TEST_F(FakeCompiler, FormatterMissingIsAStartFailureOnStandardError) {
+    testing::internal::CaptureStderr();
+    const int r = AppletCompiler::instance().format(project.file("any.cpp"));
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(r, -2);
+    EXPECT_EQ(said, "CreateProcessA(clang-format) failed: 2\n");
+    EXPECT_EQ(ruvo_sdk::formatFile(project.file("any.cpp").c_str()), 0);
+}
+
+TEST_F(FakeCompiler, ArgumentsReachTheCompilerOneByOne) {
+    // The arguments reach the compiler as they are; it echoes them back.
+    installCompiler("for a in \"$@\"; do printf '%s\\n' \"$a\"; done");
+    CompileWaiter waiter;
+    ASSERT_EQ(ruvo_sdk::compileRuvo("fake", waiter.callback()), 0);
+    const CompileReport report = waiter.wait();
+    EXPECT_EQ(report.result, CR_SUCCESS) << report.text;
+    EXPECT_NE(report.text.find("\n" + project.path() + "/fake_code/singleapp.cpp\n-shared\n-o\n" +
+                               project.path() + "/fake_mp/fake.mp\n"),
+              std::string::npos)
+        << report.text;
 }
