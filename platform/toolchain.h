@@ -10,8 +10,6 @@ enum class Toolchain { Windows, Posix };
 Toolchain hostToolchain();
 // Path separator of the host, as the tool tree is written with it.
 char pathSeparator();
-// True when `path` names a file this process may execute.
-bool isExecutable(const std::string& path);
 // The running program's own file, "" when it cannot be told.
 std::string executablePath();
 

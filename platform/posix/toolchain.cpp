@@ -9,8 +9,6 @@ Toolchain hostToolchain() { return Toolchain::Posix; }
 
 char pathSeparator() { return '/'; }
 
-bool isExecutable(const std::string& path) { return ::access(path.c_str(), X_OK) == 0; }
-
 std::string executablePath() {
     char buffer[PATH_MAX];
     const ssize_t n = ::readlink("/proc/self/exe", buffer, sizeof(buffer) - 1);

@@ -8,11 +8,6 @@ Toolchain hostToolchain() { return Toolchain::Windows; }
 
 char pathSeparator() { return '\\'; }
 
-bool isExecutable(const std::string& path) {
-    const DWORD attributes = GetFileAttributesA(path.c_str());
-    return attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY);
-}
-
 std::string executablePath() {
     char buffer[MAX_PATH];
     const DWORD n = GetModuleFileNameA(nullptr, buffer, MAX_PATH);
