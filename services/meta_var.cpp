@@ -22,7 +22,8 @@ std::vector<ServiceParam> setArray(KelnVarType t) {
     return {{"arraySize", KVT_U32, "修改数组大小"}, {"arrayPtr", t, "修改数组指针"}};
 }
 std::vector<ServiceParam> getArray(KelnVarType t) {
-    return {{"arraySize", KVT_PS32, "获取数组大小的指针(输入值为数组最大长度)"}, {"arrayPtr", t, "获取的数组指针"}};
+    return {{"arraySize", KVT_PS32, "获取数组大小的指针(输入值为数组最大长度)"},
+            {"arrayPtr", t, "获取的数组指针"}};
 }
 
 #define RUVO_SET_DEMO(value) "if (0 == var.%s(\"applet.var11\"," value "))\n{\n\tclog.info(\"%s\");\n}"
@@ -83,7 +84,8 @@ const std::vector<ServiceMeta>& var() {
         for (const Kind& k : kinds()) {
             const std::string n = std::string("add_system_var_") + k.suffix;
             const std::string d = std::string("添加") + k.typeName + "类型的系统变量";
-            t.push_back({n, d, {name, {"varDescription", KVT_STRING, "变量描述"}}, printDemo(kDemoBound, kAddDemo, n.c_str(), d.c_str(), n.c_str())});
+            t.push_back({n, d, {name, {"varDescription", KVT_STRING, "变量描述"}},
+                         printDemo(kDemoBound, kAddDemo, n.c_str(), d.c_str(), n.c_str())});
         }
         t.push_back({"delete_system_variant", "删除任意类型的系统变量", {name},
                      printDemo(kDemoBound, kDeleteDemo, "delete_system_variant", "delete_system_variant")});
