@@ -9,27 +9,6 @@
 #include "model/RuvoFunction.h"
 #include "services/service_tables.h"
 
-struct ServiceParam {
-    const char* name;
-    const char* type;  // a type name of the type table
-    const char* desc;
-};
-
-// Shared by the controllers: appends one service record to a metadata list.
-class ServiceCatalogue {
-public:
-    ServiceCatalogue(const char* prefix, int subType, const char* returnName, KelnVarType returnType,
-                     const char* returnDesc = "");
-    RuvoFunction& add(std::list<RuvoFunction>& list, const char* name, void* address,
-                      const std::string& demo, const char* desc,
-                      std::initializer_list<ServiceParam> params);
-
-private:
-    const char* prefix;
-    int subType;
-    Parameter returnParam;
-};
-
 class RUVO_API ComFunsImp {
 public:
     ComFunsImp();
