@@ -119,12 +119,14 @@ int runCommand(const cli::Command& c, cli::Args args) {
     try {
         // The project path is the user's, relative to where the command was typed.
         cli::rememberUserDirectory();
-        if (!args.empty() && args[0].rfind("-", 0) != 0) args[0] = cli::userPath(args[0]);
+        // Every command that takes arguments begins with the project; options come after it.
+        if (!args.empty() && args[0].rfind("-", 0) == 0) throw cli::UsageError("unknown option " + args[0]);
+        if (!args.empty()) args[0] = cli::userPath(args[0]);
         enterInstallationDirectory();
         return c.run(args);
     } catch (const cli::UsageError& e) {
-        std::fprintf(stderr, "ruvo %s: %s\nusage: ruvo %s %s\n(ruvo help %s tells more)\n", c.name,
-                     e.what(), c.name, c.usage, c.name);
+        std::fprintf(stderr, "ruvo %s: %s\nusage: ruvo %s%s%s\n(ruvo help %s tells more)\n", c.name,
+                     e.what(), c.name, c.usage[0] ? " " : "", c.usage, c.name);
         return 2;
     } catch (const cli::BadName& e) {
         const std::string call = std::string("ruvo ") + c.name;

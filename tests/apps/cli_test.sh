@@ -50,6 +50,10 @@ for wrong in "" "--bogus" "bogus" "help bogus" "help new list" "--version extra"
     [ ! -s "$work/out" ] || fail "'$wrong' writes usage to stdout"
     grep -q "^usage: ruvo COMMAND" "$work/err" || fail "'$wrong' gives no usage: $(cat "$work/err")"
 done
+for wrong in "show -x alpha" "compile --fast" "gen P A --bogus x" "list P extra" "func P A f --bogus x" "demo now"; do
+    expect 2 "$ruvo" $wrong
+    grep -q "^usage: ruvo ${wrong%% *}\( \|$\)" "$work/err" || fail "'$wrong' gives the command's usage: $(cat "$work/err")"
+done
 expect 2 "$ruvo" show "$work/proj"
 grep -q "^usage: ruvo show PROJECT APPLET$" "$work/err" || fail "command usage on stderr: $(cat "$work/err")"
 [ ! -s "$work/out" ] || fail "command usage error writes to stdout"
