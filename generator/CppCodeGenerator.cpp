@@ -1,5 +1,6 @@
 #include "generator/CppCodeGenerator.h"
 
+#include <algorithm>
 #include <regex>
 #include <stdexcept>
 
@@ -23,6 +24,13 @@ bool hasFile(const AppPacket& packet, int type, const std::string& name) {
     }
     return false;
 }
+
+int lineEnds(const std::string& text) {
+    return static_cast<int>(std::count(text.begin(), text.end(), '\n'));
+}
+
+// What getAllCode puts before the body: the forward code and one line end.
+std::string allCodeLead(const RuvoFunction& f) { return f.getForwardCode() + "\n"; }
 
 std::string externBlock(const RuvoFunction& f) {
     return "extern \"C\"{\n" + f.getFunDefCode(true) + ";\n" + "\n}\n";
@@ -171,56 +179,87 @@ void CppCodeGenerator::generateFile(const Vars& vars, const Funcs& funcs, AppPac
                                     int editType) {
     packet.status = 0;
     packet.files.clear();
+    std::string text;
+    if (!composeSingleFile(vars, funcs, editType, text, nullptr)) return;
+    packet.files.push_back(AppFile{"singleapp.cpp", APP_FILE_SOURCE, std::move(text)});
+}
+
+bool CppCodeGenerator::composeSingleFile(const Vars& vars, const Funcs& funcs, int editType,
+                                         std::string& text, std::vector<BodyLines>* bodies) const {
     const RuvoFunction* mainRun = firstOfKind(funcs, RFT_MAIN_RUN);
-    if (mainRun == nullptr) return;
+    if (mainRun == nullptr) return false;
     const RuvoFunction* allCode = firstOfKind(funcs, RFT_ALL_CODE);
 
-    std::string text;
+    // Lines are counted only when asked for, and each part of the text once.
+    size_t counted = 0;
+    int line = 1;
+    auto noteBody = [&](const RuvoFunction& f, const std::string& lead) {
+        if (bodies == nullptr) return;
+        line += static_cast<int>(std::count(text.begin() + static_cast<std::ptrdiff_t>(counted), text.end(), '\n'));
+        counted = text.size();
+        const std::string body = f.getBodyCode();
+        bodies->push_back(BodyLines{f.getName(), line + lineEnds(lead), lineEnds(body) + 1});
+    };
+
+    text.clear();
     if (allCode != nullptr && editType == RET_ALL_CODE) {
+        noteBody(*allCode, "");
         text = allCode->getBodyCode();
-    } else {
-        const std::string headers =
-            collectHeaders(funcs, {"RuvoBase.h", "mp_ruvo.h", "applet_global_def.h", "stdio.h",
-                                   "RuvoTimer.h", "resource.h", "database.h"});
-        text.reserve(headers.size() + vars.size() * 100 + funcs.size() * 500);
-        text += getGenernalHeader();
-        if (allCode != nullptr) text += extractFilteredHeaders(allCode->getBodyCode());
-        text += headers;
-        if (returnKindOf(*mainRun) != 0) text += externBlock(*mainRun);
-        for (const auto& f : funcs) {
-            if (f.getName() == "global_define") {
-                text += f.getAllCode() + "\n";
-                break;
-            }
-        }
-        text += getDefineVars(vars) + "\n";
-        for (const auto& f : funcs) {
-            const int k = kindOf(f);
-            if (!f.getMainFuncFlag() && k != RFT_GLOBAL_DEFINE && k != RFT_ALL_CODE && k != RFT_TIMER) {
-                text += externBlock(f);
-            }
-        }
-        for (const auto& f : funcs) {
-            const auto& a = f.getAdditions();
-            if (kindOf(f) == RFT_TIMER && a.size() >= 2) {
-                text += "RuvoTimer " + a[0] + " (" + a[1] + ", [] {\n\t" + f.getBodyCode() + "\n" +
-                        "});\n";
-            }
-        }
-        text += "void init() {\n";
-        for (const auto& f : funcs) {
-            const int k = kindOf(f);
-            if (k != RFT_GLOBAL_DEFINE && k != RFT_ALL_CODE) joinInitFunction(f, text);
-        }
-        text += "}\n";
-        for (const auto& f : funcs) {
-            const int k = kindOf(f);
-            if (k != RFT_GLOBAL_DEFINE && k != RFT_ALL_CODE && k != RFT_TIMER) {
-                text += f.getAllCode() + "\n";
-            }
+        return true;
+    }
+    const std::string headers =
+        collectHeaders(funcs, {"RuvoBase.h", "mp_ruvo.h", "applet_global_def.h", "stdio.h",
+                               "RuvoTimer.h", "resource.h", "database.h"});
+    text.reserve(headers.size() + vars.size() * 100 + funcs.size() * 500);
+    text += getGenernalHeader();
+    if (allCode != nullptr) text += extractFilteredHeaders(allCode->getBodyCode());
+    text += headers;
+    if (returnKindOf(*mainRun) != 0) text += externBlock(*mainRun);
+    for (const auto& f : funcs) {
+        if (f.getName() == "global_define") {
+            noteBody(f, allCodeLead(f));
+            text += f.getAllCode() + "\n";
+            break;
         }
     }
-    packet.files.push_back(AppFile{"singleapp.cpp", APP_FILE_SOURCE, std::move(text)});
+    text += getDefineVars(vars) + "\n";
+    for (const auto& f : funcs) {
+        const int k = kindOf(f);
+        if (!f.getMainFuncFlag() && k != RFT_GLOBAL_DEFINE && k != RFT_ALL_CODE && k != RFT_TIMER) {
+            text += externBlock(f);
+        }
+    }
+    for (const auto& f : funcs) {
+        const auto& a = f.getAdditions();
+        if (kindOf(f) == RFT_TIMER && a.size() >= 2) {
+            const std::string lead = "RuvoTimer " + a[0] + " (" + a[1] + ", [] {\n\t";
+            noteBody(f, lead);
+            text += lead + f.getBodyCode() + "\n" + "});\n";
+        }
+    }
+    text += "void init() {\n";
+    for (const auto& f : funcs) {
+        const int k = kindOf(f);
+        if (k != RFT_GLOBAL_DEFINE && k != RFT_ALL_CODE) joinInitFunction(f, text);
+    }
+    text += "}\n";
+    for (const auto& f : funcs) {
+        const int k = kindOf(f);
+        if (k != RFT_GLOBAL_DEFINE && k != RFT_ALL_CODE && k != RFT_TIMER) {
+            noteBody(f, allCodeLead(f));
+            text += f.getAllCode() + "\n";
+        }
+    }
+    return true;
+}
+
+std::vector<CppCodeGenerator::BodyLines> CppCodeGenerator::singleFileBodyLines(const Vars& vars,
+                                                                              const Funcs& funcs,
+                                                                              int editType) {
+    std::string text;
+    std::vector<BodyLines> bodies;
+    if (!composeSingleFile(vars, funcs, editType, text, &bodies)) bodies.clear();
+    return bodies;
 }
 
 AppPacket CppCodeGenerator::generateSingleFile(const Vars& vars, const Funcs& funcs, int editType) {

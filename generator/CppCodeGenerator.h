@@ -24,6 +24,17 @@ public:
     // Writes `content` to `path`; raises std::runtime_error naming the file on failure.
     void generateResourceFile(const std::string& path, const std::string& content);
 
+    // Where a function's body stands in the "singleapp.cpp" text of generateSingleFile:
+    // lines firstLine .. firstLine + lineCount - 1, counted from 1 by "\n".
+    struct BodyLines {
+        std::string function;
+        int firstLine = 0;
+        int lineCount = 0;
+    };
+    // The bodies of the single file in line order, so a compiler's line can be told back as a
+    // line of the function the author wrote. Empty when there is no single file.
+    std::vector<BodyLines> singleFileBodyLines(const Vars& vars, const Funcs& funcs, int editType);
+
 private:
     friend class CppCodeGeneratorTest;
 
@@ -36,6 +47,10 @@ private:
 
     void generateFiles(const Vars& vars, const Funcs& funcs, AppPacket& packet);
     void generateFile(const Vars& vars, const Funcs& funcs, AppPacket& packet, int editType);
+    // The single file's text, false when there is none; with `bodies`, also where the bodies
+    // landed. One composition for both, so the line map cannot drift from the text.
+    bool composeSingleFile(const Vars& vars, const Funcs& funcs, int editType, std::string& text,
+                           std::vector<BodyLines>* bodies) const;
     void dfs(const RuvoFunction& func, std::map<std::string, bool>& visited,
              std::list<RuvoFunction>& order, const Funcs& funcs);
     void joinInitFunction(const RuvoFunction& func, std::string& text) const;

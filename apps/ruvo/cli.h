@@ -6,12 +6,26 @@
 #include <string>
 #include <vector>
 
+#include "model/names.h"
+
 namespace cli {
 
 // Raised for wrong arguments; main prints the command's usage and exits with 2.
 struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
+
+// Raised for a name that may not be used; main prints the text the SDK logs for it, with the
+// command in place of the call, and exits with 1.
+struct BadName : std::runtime_error {
+    BadName(ruvo::NameKind kind, std::string name)
+        : std::runtime_error("bad name"), kind(kind), name(std::move(name)) {}
+    ruvo::NameKind kind;
+    std::string name;
+};
+
+// Raises BadName unless `name` may be used as `kind`.
+void requireName(ruvo::NameKind kind, const std::string& name);
 
 using Args = std::vector<std::string>;
 
@@ -20,6 +34,7 @@ struct Command {
     const char* usage;    // arguments, after the command name
     const char* summary;  // one line
     std::function<int(const Args&)> run;
+    const char* details = nullptr;  // a few lines for "ruvo help COMMAND"
 };
 
 // Each commands_*.cpp adds its commands here.
@@ -40,9 +55,11 @@ std::string configPath(const std::string& project, const std::string& applet);
 struct CompileOutcome {
     int result = 1;
     unsigned long long ms = 0;
-    std::string text;
+    std::string text;  // diagnostics of the generated single file told as APPLET:FUNCTION:LINE
+    std::string raw;   // the compiler's own text
 };
-// Saves, generates and compiles; waits for the one callback.
+// Saves, generates and compiles; waits for the one callback. The library's own chatter on
+// stdout goes to stderr under RUVO_VERBOSE, else nowhere.
 CompileOutcome compileApplet(const std::string& applet, bool showProgress);
 
 // Prints the applet's model readably.

@@ -43,8 +43,9 @@ FuncOptions parseOptions(const Args& args, size_t from) {
 int cmdFunc(const Args& args) {
     if (args.size() < 3) throw UsageError("expected PROJECT APPLET NAME");
     const FuncOptions o = parseOptions(args, 3);
-    const std::string applet = openApplet(args[0], args[1]);
     const std::string& func = args[2];
+    requireName(ruvo::NameKind::Function, func);
+    const std::string applet = openApplet(args[0], args[1]);
 
     if (o.createSubType >= 0) {
         std::string name = func, params = o.params;
@@ -72,7 +73,11 @@ int cmdFunc(const Args& args) {
 }
 
 Registrar rFunc({"func", "PROJECT APPLET NAME [--create SUBTYPE [--params TEXT]] [--body FILE]",
-                 "create a function (sub type number) and/or set its body from a file", cmdFunc});
+                 "create a function (sub type number) and/or set its body from a file", cmdFunc,
+                 "--create SUBTYPE makes NAME from the template of that sub type (0 main run,\n"
+                 "2 global definitions, 22 self-defined with --params \"s32 a, u8* p\", ...);\n"
+                 "--body FILE sets the body of an existing function to the file's text. Saves.\n"
+                 "NAME must be a C++ identifier and no keyword."});
 
 }  // namespace
 }  // namespace cli

@@ -46,7 +46,11 @@ int cmdGen(const Args& args) {
 }
 
 Registrar rGen({"gen", "PROJECT APPLET [--layout single|multi|combined|both]",
-                "write the applet's generated sources (default: single file) and list them", cmdGen});
+                "write the applet's generated sources (default: single file) and list them", cmdGen,
+                "Writes the generated sources into PROJECT/APPLET_code/ and lists them: single\n"
+                "is singleapp.cpp and resource.h, multi one NAME.h/NAME.cpp per function, both\n"
+                "the two, combined the sequence roots with their dependencies plus the single\n"
+                "file. Stale .h/.cpp/.c files there are removed first."});
 
 }  // namespace
 }  // namespace cli

@@ -15,6 +15,7 @@ std::string configPath(const std::string& project, const std::string& applet) {
 }
 
 std::string openApplet(const std::string& project, const std::string& applet) {
+    requireName(ruvo::NameKind::Applet, applet);
     const std::string path = configPath(project, applet);
     if (!std::filesystem::exists(path)) {
         throw std::runtime_error("no applet \"" + applet + "\" in " + project + " (" + path +
@@ -144,9 +145,7 @@ int cmdNew(const Args& args) {
     requireCount(args, 2);
     const std::string& project = args[0];
     const std::string& name = args[1];
-    if (name.empty() || name.find('/') != std::string::npos) {
-        throw UsageError("an applet name must be non-empty and without '/'");
-    }
+    requireName(ruvo::NameKind::Applet, name);
     if (std::filesystem::exists(configPath(project, name))) {
         throw std::runtime_error("applet \"" + name + "\" already exists in " + project);
     }
@@ -190,9 +189,53 @@ int cmdShow(const Args& args) {
     return 0;
 }
 
-Registrar rNew({"new", "PROJECT APPLET", "create an applet and write its config file", cmdNew});
-Registrar rList({"list", "PROJECT", "list the applets of a project", cmdList});
-Registrar rShow({"show", "PROJECT APPLET", "print an applet's model", cmdShow});
+// Removes the applet's two directories. The name was checked, so both lie directly in the
+// project; a directory that is a link is refused, so nothing outside the project goes.
+int cmdRm(const Args& args) {
+    namespace fs = std::filesystem;
+    requireCount(args, 2);
+    const std::string& project = args[0];
+    const std::string& name = args[1];
+    requireName(ruvo::NameKind::Applet, name);
+    const fs::path dirs[] = {fs::path(project) / (name + "_code"), fs::path(project) / (name + "_mp")};
+    std::error_code ec;
+    if (!fs::is_symlink(fs::symlink_status(dirs[0], ec)) && !fs::exists(dirs[0] / "appletCfg.ruvo", ec)) {
+        throw std::runtime_error("no applet \"" + name + "\" in " + project + " (" +
+                                 configPath(project, name) + " does not exist)");
+    }
+    for (const auto& dir : dirs) {
+        const fs::file_status st = fs::symlink_status(dir, ec);
+        if (fs::is_symlink(st)) {
+            throw std::runtime_error("refusing to remove " + dir.string() + ": it is a symbolic link");
+        }
+        if (fs::exists(st) && !fs::is_directory(st)) {
+            throw std::runtime_error("refusing to remove " + dir.string() + ": not a directory");
+        }
+    }
+    for (const auto& dir : dirs) {
+        if (!fs::exists(fs::symlink_status(dir, ec))) continue;
+        fs::remove_all(dir, ec);
+        if (ec) throw std::runtime_error("cannot remove " + dir.string() + ": " + ec.message());
+        std::printf("removed %s\n", dir.string().c_str());
+    }
+    return 0;
+}
+
+Registrar rNew({"new", "PROJECT APPLET", "create an applet and write its config file", cmdNew,
+                "Creates the applet in memory and writes PROJECT/APPLET_code/appletCfg.ruvo.\n"
+                "Refuses an applet that exists already and a name that cannot be a directory\n"
+                "name on every host (\"/\", \"\\\", \"..\", control characters, <>:\"|?*)."});
+Registrar rList({"list", "PROJECT", "list the applets of a project", cmdList,
+                 "Prints, one a line and sorted, the names of the directories NAME_code of\n"
+                 "PROJECT that hold an appletCfg.ruvo."});
+Registrar rShow({"show", "PROJECT APPLET", "print an applet's model", cmdShow,
+                 "Prints the applet's type, edit mode, directories, global variables, functions\n"
+                 "(sub type, signature, additions, dependencies, body) and bindings."});
+Registrar rRm({"rm", "PROJECT APPLET", "remove an applet: its code and module directories", cmdRm,
+               "Deletes PROJECT/APPLET_code/ and PROJECT/APPLET_mp/ with everything in them,\n"
+               "without asking. Refuses (exit 1) an applet without appletCfg.ruvo, a bad name,\n"
+               "and directories that are symbolic links or not directories; then nothing is\n"
+               "removed."});
 
 }  // namespace
 }  // namespace cli

@@ -1,7 +1,10 @@
 // Text pieces of the generator: headers, variables, dependency order, init lines.
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "generator/CppCodeGenerator.h"
+#include "generator/realistic_applet.h"
 #include "model/RuvoCode.h"
 
 class CppCodeGeneratorTest : public ::testing::Test {
@@ -97,4 +100,90 @@ TEST_F(CppCodeGeneratorTest, InitLinesNeedTheValueAddition) {
               "\tregisterFunc(on_post_e, ruvo_post_event, nullptr);\n");
     EXPECT_EQ(init(code.createFunc("on_start_s", RFT_PROGRAM_START, {"a", "b"})), "");
     EXPECT_EQ(init(code.createFunc("on_t_timer", RFT_TIMER, {"t", "5"})), "");
+}
+
+// ---- where the bodies stand in the single file ----
+
+namespace {
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    size_t start = 0;
+    for (size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
+        lines.push_back(text.substr(start, end - start));
+    }
+    lines.push_back(text.substr(start));
+    return lines;
+}
+
+// The single file's lines at each mapped place must be the body's own lines.
+void expectBodiesWhereMapped(const std::string& text, const CppCodeGenerator::Funcs& funcs,
+                             const std::vector<CppCodeGenerator::BodyLines>& map) {
+    const auto lines = linesOf(text);
+    int previousEnd = 0;
+    for (const auto& b : map) {
+        SCOPED_TRACE(b.function);
+        EXPECT_GT(b.firstLine, previousEnd) << "bodies in line order, without overlap";
+        previousEnd = b.firstLine + b.lineCount - 1;
+        const RuvoFunction* f = nullptr;
+        for (const auto& candidate : funcs) {
+            if (candidate.getName() == b.function) f = &candidate;
+        }
+        ASSERT_NE(f, nullptr);
+        const auto body = linesOf(f->getBodyCode());
+        ASSERT_EQ(static_cast<size_t>(b.lineCount), body.size());
+        ASSERT_LE(static_cast<size_t>(previousEnd), lines.size());
+        for (size_t i = 0; i < body.size(); ++i) {
+            std::string got = lines[static_cast<size_t>(b.firstLine - 1) + i];
+            // A timer's body opens with a tab inside its lambda.
+            if (i == 0 && f->getSubType() == RFT_TIMER && !got.empty() && got[0] == '\t') got.erase(0, 1);
+            EXPECT_EQ(got, body[i]) << "body line " << i + 1;
+        }
+    }
+}
+
+}  // namespace
+
+TEST(SingleFileBodyLines, MapEveryBodyOfARealisticAppletToItsLines) {
+    MpRuvo a;
+    a.setType(AT_TOOL);
+    testing_support::buildRealisticApplet(a);
+    a.setFuncBodyCode("on_can_rx_request", "++frames;\n\nlast = ACAN;\n");  // ends in a line end
+    a.setFuncBodyCode("on_fast_timer", "gain += 0.1;\nif (gain > 9) gain = 0;");
+    a.setFuncBodyCode("global_define", "static int a;\nstatic int b;");
+    RuvoFunction all = a.createFunc("everything", RFT_ALL_CODE, {});
+    all.setBodyCode("#include <vector>\nint unused;");
+    a.addMpFunction(all);
+
+    CppCodeGenerator gen;
+    const auto vars = a.getGlobalVarList();
+    const auto funcs = a.getMpFuncs();
+    const AppPacket packet = gen.generateSingleFile(vars, funcs, RET_PER_FUNCTION);
+    ASSERT_EQ(packet.files.size(), 1u);
+    const auto map = gen.singleFileBodyLines(vars, funcs, RET_PER_FUNCTION);
+    expectBodiesWhereMapped(packet.files[0].content, funcs, map);
+
+    // Every function whose body lands in the file is mapped; the all-code text is not there.
+    std::set<std::string> mapped;
+    for (const auto& b : map) mapped.insert(b.function);
+    std::set<std::string> expected;
+    for (const auto& f : funcs) {
+        if (f.getSubType() != RFT_ALL_CODE) expected.insert(f.getName());
+    }
+    EXPECT_EQ(mapped, expected);
+}
+
+TEST(SingleFileBodyLines, AllCodeModeIsOneBodyFromLineOneAndNoMainRunIsNoMap) {
+    RuvoCode code;
+    CppCodeGenerator gen;
+    RuvoFunction main = code.createFunc("mainRun", RFT_MAIN_RUN, {});
+    RuvoFunction all = code.createFunc("everything", RFT_ALL_CODE, {});
+    all.setBodyCode("int a;\nint b;\nint c;");
+    const CppCodeGenerator::Funcs funcs = {main, all};
+    const auto map = gen.singleFileBodyLines({}, funcs, RET_ALL_CODE);
+    ASSERT_EQ(map.size(), 1u);
+    EXPECT_EQ(map[0].function, "everything");
+    EXPECT_EQ(map[0].firstLine, 1);
+    EXPECT_EQ(map[0].lineCount, 3);
+    EXPECT_TRUE(gen.singleFileBodyLines({}, {all}, RET_PER_FUNCTION).empty());
 }
