@@ -161,7 +161,7 @@ int cmdRun(const Args& args) {
     output.finish();
 
     std::string summary = "replayed " + std::to_string(result.replayed) + " frames (" +
-                          std::to_string(input.skipped) + " lines skipped";
+                          std::to_string(input.skipped) + " error frames skipped";
     if (input.outOfOrder > 0) summary += ", " + std::to_string(input.outOfOrder) + " put in time order";
     summary += "); the applets sent " + std::to_string(result.sent) + (outFile.empty() ? "" : " to " + outFile);
     const int signal = signals.received();

@@ -95,6 +95,13 @@ check_bad '(1e999) can0 7E0#00' 'bad time stamp "(1e999)": expected seconds such
 [ $? -eq 1 ] || fail "--out over the replayed log"
 grep -q "is the log being replayed" "$work/err.txt" || fail "same file message: $(cat "$work/err.txt")"
 
+# A failing write (disk full) ends the replay, with the measurement stopped as usual.
+ln -s /dev/full "$work/full.log"
+"$ruvo" run "$p" echo --replay "$work/in.log" --out "$work/full.log" 2> "$work/err.txt"
+[ $? -eq 1 ] || fail "disk full accepted"
+grep -q "cannot write $work/full.log: No space left on device" "$work/err.txt" || fail "disk full message: $(cat "$work/err.txt")"
+grep -q "counts rx=1 " "$work/err.txt" || fail "disk full: not stopped after the first write: $(cat "$work/err.txt")"
+
 # Frames out of time order are replayed in time order (stable: equal stamps keep file order).
 cat > "$work/order.log" <<'LOG'
 (1700000000.002000) can0 7E0#0203000000000000
