@@ -1,5 +1,6 @@
 #include "apps/ruvo/can_log.h"
 
+#include <charconv>
 #include <cstdio>
 #include <fstream>
 #include <functional>
@@ -57,32 +58,26 @@ std::vector<std::string> splitBlanks(const std::string& line) {
 }
 
 // "(1700000000.000250)": digits, optionally a point and up to nine more. No sign, exponent,
-// "inf" or "nan"; at most 12 digits of whole seconds, so that microseconds fit in 64 bits.
+// "inf" or "nan"; at most kMaxTime, so that microseconds fit in 64 bits. Read locale-free and
+// correctly rounded, so that what formatLine writes reads back as the same value.
 double parseTime(const std::string& token) {
     const std::string bad = "bad time stamp " + shown(token) + ": expected seconds such as (1700000000.000250)";
     if (token.size() < 3 || token.front() != '(' || token.back() != ')') throw BadLine(bad);
     const std::string text = token.substr(1, token.size() - 2);
     const size_t point = text.find('.');
-    const std::string whole = text.substr(0, point);
-    const std::string fraction = point == std::string::npos ? std::string() : text.substr(point + 1);
-    if (whole.empty() || (point != std::string::npos && (fraction.empty() || fraction.size() > 9))) {
+    const size_t wholeDigits = point == std::string::npos ? text.size() : point;
+    const size_t fractionDigits = point == std::string::npos ? 0 : text.size() - point - 1;
+    if (wholeDigits == 0 || (point != std::string::npos && (fractionDigits == 0 || fractionDigits > 9))) {
         throw BadLine(bad);
     }
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (i != point && !isDigit(text[i])) throw BadLine(bad);
+    }
     double seconds = 0;
-    size_t significant = 0;
-    for (char c : whole) {
-        if (!isDigit(c)) throw BadLine(bad);
-        if (significant > 0 || c != '0') ++significant;
-        seconds = seconds * 10 + (c - '0');
-    }
-    if (significant > 12) throw BadLine("time stamp " + shown(token) + " is too large");
-    double part = 0, scale = 1;
-    for (char c : fraction) {
-        if (!isDigit(c)) throw BadLine(bad);
-        part = part * 10 + (c - '0');
-        scale *= 10;
-    }
-    return seconds + part / scale;
+    const auto parsed = std::from_chars(text.data(), text.data() + text.size(), seconds, std::chars_format::fixed);
+    if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size()) throw BadLine(bad);
+    if (seconds > kMaxTime) throw BadLine("time stamp " + shown(token) + " is too large");
+    return seconds;
 }
 
 // Letters first, then letters, digits, '_' or '-', ending in the channel number: "can0",

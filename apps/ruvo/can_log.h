@@ -16,6 +16,8 @@ namespace canlog {
 
 // Channel numbers a log may name: the trailing number of an interface name ("can63").
 constexpr int kMaxChannel = 63;
+// Latest time stamp a log may carry, in seconds (the year 5138); its microseconds fit in 64 bits.
+constexpr double kMaxTime = 1e11;
 // Longer lines are refused before they are held in memory; a candump line is under 200.
 constexpr size_t kMaxLineLength = 512;
 

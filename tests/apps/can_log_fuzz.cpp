@@ -42,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     }
     for (const auto& f : r.frames) {
-        require(std::isfinite(f.time) && f.time >= 0 && f.time < 1e12);
+        require(std::isfinite(f.time) && f.time >= 0 && f.time <= canlog::kMaxTime);
         require(canlog::channelNumber(f.channel) <= canlog::kMaxChannel);
         require(f.id <= (f.extended ? 0x1FFFFFFFu : 0x7FFu));
         require(validLength(f));

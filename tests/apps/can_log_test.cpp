@@ -90,8 +90,20 @@ TEST(CandumpLog, BadTimeStampsAreRefused) {
                              "(1.0 can0 001#00", "(1,5) can0 001#00"}) {
         EXPECT_NE(refusal(line).find("bad time stamp"), std::string::npos) << line;
     }
-    EXPECT_NE(refusal("(9999999999999.0) can0 001#00").find("too large"), std::string::npos);
+    EXPECT_NE(refusal("(100000000000.0001) can0 001#00").find("too large"), std::string::npos);
+    EXPECT_EQ(refusal("(100000000000.000000) can0 001#00"), "");
     EXPECT_EQ(refusal("(000000000000000000001.5) can0 001#00"), "") << "leading zeros are no size";
+}
+
+TEST(CandumpLog, TimeStampsNearTheLimitReadBackAsWritten) {
+    // Rounding to microseconds may carry up to the limit; what is written must still read.
+    for (const char* time : {"99999999999.9999999", "99999999999.000001", "1700000000.0000005", "0.000000001"}) {
+        std::istringstream in(std::string("(") + time + ") can0 001#00\n");
+        const auto first = canlog::read(in, ".log", "a.log");
+        const std::string line = canlog::formatLine(".log", first.frames.at(0));
+        std::istringstream again(line + "\n");
+        EXPECT_EQ(canlog::formatLine(".log", canlog::read(again, ".log", "b.log").frames.at(0)), line) << time;
+    }
 }
 
 TEST(CandumpLog, ChannelNamesNeedANumberInRange) {
