@@ -142,9 +142,11 @@ void removeTransmitListener(int id) {
     g_listeners.erase(id);
 }
 
-void setChannelCount(int count) {
+int setChannelCount(int count) {
+    if (count < 0 || count > kMaxChannelCount) return -1;
     std::lock_guard<std::mutex> lock(g_mutex);
     g_channelCount = count;
+    return 0;
 }
 
 void setDevicesPresent(bool present) { g_devicesPresent.store(present); }

@@ -52,8 +52,11 @@ HOSTBRIDGE_API std::shared_ptr<MsgHeaderBase> makeCanFrame(uint64_t timestampUs,
 using TransmitListener = std::function<void(const std::shared_ptr<MsgHeaderBase>&)>;
 HOSTBRIDGE_API int addTransmitListener(TransmitListener listener);
 HOSTBRIDGE_API void removeTransmitListener(int id);
-// Channel mapping of the simulated box: channels 0 .. count-1, all enabled.
-HOSTBRIDGE_API void setChannelCount(int count);
+// Channel mapping of the simulated box: channels 0 .. count-1, all enabled. A frame's channel
+// is one byte, so at most kMaxChannelCount; -1 for a count outside 0 .. kMaxChannelCount, which
+// leaves the mapping as it was.
+constexpr int kMaxChannelCount = 256;
+HOSTBRIDGE_API int setChannelCount(int count);
 // Whether startup_sync brings the devices up (a missing box does not).
 HOSTBRIDGE_API void setDevicesPresent(bool present);
 

@@ -1,6 +1,10 @@
 // "ruvo run": replay a CAN log through compiled applets; "ruvo demo": the whole road.
 
+#include <atomic>
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
@@ -22,17 +26,105 @@ void loadModule(const std::string& applet) {
     }
 }
 
-void printFrames(const std::vector<canlog::Frame>& frames, std::FILE* out) {
-    for (const auto& f : frames) std::fprintf(out, "%s\n", canlog::formatLine(".log", f).c_str());
-}
+// SIGINT and SIGTERM end a replay between two frames: the handler only notes the signal, the
+// replay loop sees it, stops the measurement (the stop handlers run) and the output is whole.
+std::atomic<int> g_stopSignal{0};
+static_assert(std::atomic<int>::is_always_lock_free, "set from a signal handler");
+
+extern "C" void noteStopSignal(int signal) { g_stopSignal.store(signal); }
+
+// Installs the handler for the life of a replay. A signal that was ignored when we started
+// (a background job of a shell without job control, nohup) stays ignored. The handler resets
+// itself: a second Ctrl-C ends a replay whose applet hangs in a handler at once.
+class StopSignals {
+public:
+    StopSignals() {
+        g_stopSignal.store(0);
+        struct sigaction action {};
+        action.sa_handler = noteStopSignal;
+        sigemptyset(&action.sa_mask);
+        action.sa_flags = SA_RESTART | SA_RESETHAND;
+        for (size_t i = 0; i < 2; ++i) {
+            installed_[i] = false;
+            struct sigaction old {};
+            if (::sigaction(kSignals[i], nullptr, &old) != 0 || old.sa_handler == SIG_IGN) continue;
+            installed_[i] = ::sigaction(kSignals[i], &action, &old_[i]) == 0;
+        }
+    }
+    ~StopSignals() {
+        for (size_t i = 0; i < 2; ++i) {
+            if (installed_[i]) ::sigaction(kSignals[i], &old_[i], nullptr);
+        }
+    }
+    StopSignals(const StopSignals&) = delete;
+    StopSignals& operator=(const StopSignals&) = delete;
+    int received() const { return g_stopSignal.load(); }
+
+private:
+    static constexpr int kSignals[2] = {SIGINT, SIGTERM};
+    struct sigaction old_[2] {};
+    bool installed_[2] = {false, false};
+};
+
+// The frames the applets send, one line each, written through to the file or stdout as they
+// go out, so that a reader sees them live and an interrupted replay leaves whole lines. Never
+// throws: it runs inside the applets' sends; a failed write is reported after the replay.
+class FrameOutput {
+public:
+    // Empty path: stdout.
+    explicit FrameOutput(const std::string& path) : path_(path) {
+        if (path.empty()) {
+            out_ = stdout;
+            suffix_ = ".log";
+            return;
+        }
+        suffix_ = canlog::formatOf(path);
+        out_ = std::fopen(path.c_str(), "w");
+        if (out_ == nullptr) throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
+    }
+    ~FrameOutput() {
+        if (out_ != nullptr && out_ != stdout) std::fclose(out_);
+    }
+    FrameOutput(const FrameOutput&) = delete;
+    FrameOutput& operator=(const FrameOutput&) = delete;
+
+    void write(const canlog::Frame& f) noexcept {
+        if (!error_.empty()) return;
+        try {
+            const std::string line = canlog::formatLine(suffix_, f) + "\n";
+            if (std::fwrite(line.data(), 1, line.size(), out_) != line.size() || std::fflush(out_) != 0) {
+                error_ = std::strerror(errno);
+            }
+        } catch (const std::exception& e) {
+            error_ = e.what();
+        }
+    }
+    // Flushes and closes; raises if any write failed.
+    void finish() {
+        if (out_ != stdout && out_ != nullptr) {
+            if (std::fclose(out_) != 0 && error_.empty()) error_ = std::strerror(errno);
+            out_ = nullptr;
+        } else if (std::fflush(stdout) != 0 && error_.empty()) {
+            error_ = std::strerror(errno);
+        }
+        if (!error_.empty()) throw std::runtime_error("cannot write " + (path_.empty() ? "stdout" : path_) + ": " + error_);
+    }
+    bool failed() const { return !error_.empty(); }
+
+private:
+    std::string path_, suffix_;
+    std::FILE* out_ = nullptr;
+    std::string error_;
+};
 
 int cmdRun(const Args& args) {
     std::vector<std::string> applets;
-    std::string replayFile, outFile;
+    std::string replayFile, outFile, replayShown;
     for (size_t i = 1; i < args.size(); ++i) {
         if (args[i] == "--replay" || args[i] == "--out") {
             if (i + 1 >= args.size()) throw UsageError(args[i] + " needs a file");
             (args[i] == "--replay" ? replayFile : outFile) = userPath(args[i + 1]);
+            if (args[i] == "--replay") replayShown = args[i + 1];
             ++i;
         } else if (args[i].rfind("--", 0) == 0) {
             throw UsageError("unknown option " + args[i]);
@@ -43,17 +135,42 @@ int cmdRun(const Args& args) {
     if (args.empty() || applets.empty() || replayFile.empty()) {
         throw UsageError("expected PROJECT APPLET... --replay FILE.log");
     }
-    const canlog::ReadResult input = canlog::read(replayFile);
-    for (const auto& a : applets) loadModule(openApplet(args[0], a));
-    const ReplayResult result = replay(input.frames);
-    if (outFile.empty()) {
-        printFrames(result.sent, stdout);
-    } else {
-        canlog::write(outFile, result.sent);
+    const StopSignals signals;
+    if (!outFile.empty()) {
+        canlog::formatOf(outFile);
+        std::error_code ec;
+        if (std::filesystem::equivalent(replayFile, outFile, ec)) {
+            throw std::runtime_error("--out " + outFile + " is the log being replayed");
+        }
     }
-    std::fprintf(stderr, "replayed %zu frames (%zu lines skipped); the applets sent %zu%s%s\n",
-                 result.replayed, input.skipped, result.sent.size(), outFile.empty() ? "" : " to ",
-                 outFile.c_str());
+    canlog::ReadResult input;
+    try {
+        // The whole log is checked before anything reaches the bus.
+        input = canlog::read(replayFile, replayShown);
+    } catch (const canlog::LogError& e) {
+        std::fprintf(stderr, "%s\n", e.what());
+        return 1;
+    }
+    for (const auto& a : applets) loadModule(openApplet(args[0], a));
+
+    FrameOutput output(outFile);
+    const size_t total = input.frames.size();
+    const ReplayResult result = replay(
+        std::move(input.frames), [&](const canlog::Frame& f) { output.write(f); },
+        [&] { return signals.received() != 0 || output.failed(); });
+    output.finish();
+
+    std::string summary = "replayed " + std::to_string(result.replayed) + " frames (" +
+                          std::to_string(input.skipped) + " error frames skipped";
+    if (input.outOfOrder > 0) summary += ", " + std::to_string(input.outOfOrder) + " put in time order";
+    summary += "); the applets sent " + std::to_string(result.sent) + (outFile.empty() ? "" : " to " + outFile);
+    const int signal = signals.received();
+    if (signal != 0) {
+        std::fprintf(stderr, "interrupted by %s after %zu of %zu frames: %s\n",
+                     signal == SIGINT ? "SIGINT" : "SIGTERM", result.replayed, total, summary.c_str());
+        return 128 + signal;
+    }
+    std::fprintf(stderr, "%s\n", summary.c_str());
     return 0;
 }
 
@@ -122,9 +239,10 @@ int cmdDemo(const Args& args) {
     std::ofstream(logPath) << kDemoLog;
     std::printf("3. replaying %s:\n%s", logPath.c_str(), kDemoLog);
     std::fflush(stdout);
-    const ReplayResult result = replay(canlog::read(logPath).frames);
-    std::printf("4. the applet sent %zu frames:\n", result.sent.size());
-    printFrames(result.sent, stdout);
+    std::vector<canlog::Frame> sent;
+    replay(canlog::read(logPath).frames, [&](const canlog::Frame& f) { sent.push_back(f); });
+    std::printf("4. the applet sent %zu frames:\n", sent.size());
+    for (const auto& f : sent) std::printf("%s\n", canlog::formatLine(".log", f).c_str());
     ruvo_sdk::unloadRuvoMp(a);
     return 0;
 }

@@ -1,6 +1,7 @@
 #pragma once
 // Feeding a CAN log through the simulated workstation to the loaded applets.
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -10,11 +11,21 @@ namespace cli {
 
 struct ReplayResult {
     size_t replayed = 0;
-    std::vector<canlog::Frame> sent;  // what the applets sent, stamped with the replay time
+    size_t sent = 0;           // frames the applets sent, each handed to the sink
+    bool interrupted = false;  // the stop check said so before the last frame
 };
 
-// Starts the measurement, delivers the frames as received in time order, one batch each,
-// stops the measurement. The applets must be loaded.
-ReplayResult replay(std::vector<canlog::Frame> frames);
+// Called with every frame the applets send, as it goes out, stamped with the time of the frame
+// being replayed. Calls are serialised, whatever thread the applet sends from.
+using FrameSink = std::function<void(const canlog::Frame&)>;
+// Asked before the measurement starts and between frames; true ends the replay early.
+using StopCheck = std::function<bool()>;
+
+// Starts the measurement, delivers the frames as received, one batch each, in time order (a
+// stable sort: frames stamped alike keep their order in the log), as fast as the applets take
+// them (no pacing by the time stamps), then stops the measurement, so the stop handlers run
+// also when the replay is cut short. The applets must be loaded.
+ReplayResult replay(std::vector<canlog::Frame> frames, const FrameSink& sink,
+                    const StopCheck& stopRequested = StopCheck());
 
 }  // namespace cli

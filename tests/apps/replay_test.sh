@@ -71,6 +71,46 @@ cmp -s "$work/rel.log" "$work/expected.log" || fail "relative --out"
 printf '(1.0) can0 XYZ#00\n' > "$work/bad.log"
 "$ruvo" run "$p" echo --replay "$work/bad.log" 2> "$work/err.txt"; [ $? -eq 1 ] || fail "bad log"
 grep -q "bad.log:1: bad id" "$work/err.txt" || fail "bad log message: $(cat "$work/err.txt")"
+
+# A bad line anywhere stops the replay before the measurement starts: nothing is sent, no
+# handler runs, an earlier --out file is left alone. The message is FILE:LINE: reason, with
+# the file as typed.
+printf 'keep\n' > "$work/old.log"
+check_bad() {  # LINE EXPECTED-MESSAGE
+  { head -n 2 "$work/in.log"; printf '%s\n' "$1"; tail -n 1 "$work/in.log"; } > "$work/bad.log"
+  (cd "$work" && "$ruvo" run proj echo --replay bad.log --out old.log > stdout.txt 2> err.txt)
+  [ $? -eq 1 ] || fail "accepted: $1"
+  [ "$(cat "$work/err.txt")" = "bad.log:3: $2" ] || fail "message for $1: $(cat "$work/err.txt")"
+  [ "$(cat "$work/old.log")" = keep ] || fail "--out touched for: $1"
+  [ ! -s "$work/stdout.txt" ] || fail "output for: $1"
+}
+check_bad '(1700000000.002500) can50000000 123#00' 'channel "can50000000": number out of range 0..63'
+check_bad '(1700000000.002500) can0 7E0#001122334455667788' 'classic frame with 9 data bytes (allowed: 0-8)'
+check_bad '(1700000000.002500) can0 7E0##1001122334455667788' \
+  'CAN FD frame with 9 data bytes (allowed: 0-8, 12, 16, 20, 24, 32, 48, 64)'
+check_bad '(1700000000.002500) can0 FFFFFFFFFFFFFFFFFFFFFFFF#00' \
+  'bad id "FFFFFFFFFFFFFFFFFFFFFFFF": expected 3 hex digits (11 bits) or 8 (29 bits)'
+check_bad '(1e999) can0 7E0#00' 'bad time stamp "(1e999)": expected seconds such as (1700000000.000250)'
+"$ruvo" run "$p" echo --replay "$work/in.log" --out "$work/in.log" 2> "$work/err.txt"
+[ $? -eq 1 ] || fail "--out over the replayed log"
+grep -q "is the log being replayed" "$work/err.txt" || fail "same file message: $(cat "$work/err.txt")"
+
+# A failing write (disk full) ends the replay, with the measurement stopped as usual.
+ln -s /dev/full "$work/full.log"
+"$ruvo" run "$p" echo --replay "$work/in.log" --out "$work/full.log" 2> "$work/err.txt"
+[ $? -eq 1 ] || fail "disk full accepted"
+grep -q "cannot write $work/full.log: No space left on device" "$work/err.txt" || fail "disk full message: $(cat "$work/err.txt")"
+grep -q "counts rx=1 " "$work/err.txt" || fail "disk full: not stopped after the first write: $(cat "$work/err.txt")"
+
+# Frames out of time order are replayed in time order (stable: equal stamps keep file order).
+cat > "$work/order.log" <<'LOG'
+(1700000000.002000) can0 7E0#0203000000000000
+(1700000000.001000) can0 7E0#0201000000000000
+(1700000000.002000) can0 7E0#0204000000000000
+LOG
+"$ruvo" run "$p" echo --replay "$work/order.log" > "$work/order.out" 2> "$work/err.txt" || fail "order: $(cat "$work/err.txt")"
+[ "$(cut -c32-33 "$work/order.out" | tr '\n' ' ')" = "41 43 44 " ] || fail "time order: $(cat "$work/order.out")"
+grep -q "1 put in time order" "$work/err.txt" || fail "order summary: $(cat "$work/err.txt")"
 "$ruvo" new "$p" nomodule >/dev/null
 "$ruvo" run "$p" nomodule --replay "$work/in.log" 2> "$work/err.txt"; [ $? -eq 1 ] || fail "no module"
 grep -q "compile it first" "$work/err.txt" || fail "no module message"
