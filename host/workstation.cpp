@@ -13,7 +13,9 @@ std::map<int, hostbridge::TransmitListener> g_listeners;
 int g_nextListener = 1;
 int g_channelCount = 4;
 std::atomic<bool> g_devicesPresent{true};
-std::atomic<bool> g_started{false};
+// Stopping lasts while the stop handlers run: they may still send (a last command to an ECU).
+enum State { kStopped, kRunning, kStopping };
+std::atomic<int> g_state{kStopped};
 
 uint64_t nowMicros() {
     return std::chrono::duration_cast<std::chrono::microseconds>(
@@ -35,7 +37,7 @@ namespace data_flow_interface {
 
 int sendCan(NetWorkType network, int channel, std::shared_ptr<MsgHeaderBase> message, Priority) {
     if (network != NETWORK_CAN || !message || message->type() != MSG_TYPE_CAN) return -1;
-    if (!g_started.load()) return -4;
+    if (g_state.load() == kStopped) return -4;
     auto* header = KELN::CanMsgAnalyse::getCanHeader(message);
     header->channel = static_cast<uint8_t>(channel);
 
@@ -79,20 +81,25 @@ namespace device_control_interface {
 
 int startup(std::list<int>) {
     if (!g_devicesPresent.load()) return -1;
-    if (!g_started.exchange(true)) notifyStartup();
+    int stopped = kStopped;
+    if (g_state.compare_exchange_strong(stopped, kRunning)) notifyStartup();
     return 0;
 }
 
 int startup_sync(std::list<int> devices) { return startup(std::move(devices)); }
 
 int shutdown(std::list<int>) {
-    if (g_started.exchange(false)) notifyShutdown();
+    int running = kRunning;
+    if (g_state.compare_exchange_strong(running, kStopping)) {
+        notifyShutdown();
+        g_state.store(kStopped);
+    }
     return 0;
 }
 
 int shutdown_async(std::list<int> devices) { return shutdown(std::move(devices)); }
 
-bool hasStartup() { return g_started.load(); }
+bool hasStartup() { return g_state.load() == kRunning; }
 
 }  // namespace device_control_interface
 
