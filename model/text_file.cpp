@@ -86,16 +86,16 @@ bool isTemporaryName(const std::string& name, const std::string& base) {
     return true;
 }
 
-WriteResult writeFileAtomically(const std::string& path, const std::string& text,
-                                std::string& error) {
+WriteResult stageFile(const std::string& path, const std::string& text, StagedFile& staged,
+                      std::string& error) {
+    staged = StagedFile{};
     const fs::path target(path);
     const std::string base = target.filename().string();
     if (base.empty() || base == "." || base == "..") {
         error = "cannot write " + path + ": names a directory, not a file";
         return WriteResult::WriteFailed;
     }
-    const fs::path dir = target.parent_path();
-    removeStaleTemporaries(dir, base);
+    removeStaleTemporaries(target.parent_path(), base);
 
     std::string temp;
     int fd = -1;
@@ -125,21 +125,45 @@ WriteResult writeFileAtomically(const std::string& path, const std::string& text
         step = "cannot write";
         rc = closed;
     }
-    if (rc == 0) {
-        step = "cannot replace";
-        rc = platform::replaceFile(temp, path);
-    }
     if (rc != 0) {
         std::remove(temp.c_str());
         error = reason(step, path, rc);
         return WriteResult::WriteFailed;
     }
-    rc = platform::syncDirectory(dir.string());
-    if (rc != 0) {
-        error = reason("wrote but cannot flush the directory of", path, rc);
-        return WriteResult::WriteFailed;
-    }
+    staged.path = path;
+    staged.temp = temp;
     return WriteResult::Written;
+}
+
+bool commitStaged(StagedFile& staged, std::string& error) {
+    const int rc = platform::replaceFile(staged.temp, staged.path);
+    if (rc != 0) {
+        std::remove(staged.temp.c_str());
+        error = reason("cannot replace", staged.path, rc);
+    }
+    staged.temp.clear();
+    return rc == 0;
+}
+
+void discardStaged(StagedFile& staged) {
+    if (!staged.temp.empty()) std::remove(staged.temp.c_str());
+    staged.temp.clear();
+}
+
+bool syncDirectory(const std::string& dir, std::string& error) {
+    const int rc = platform::syncDirectory(dir);
+    if (rc != 0) error = reason("wrote but cannot flush the directory", dir.empty() ? "." : dir, rc);
+    return rc == 0;
+}
+
+WriteResult writeFileAtomically(const std::string& path, const std::string& text,
+                                std::string& error) {
+    StagedFile staged;
+    const WriteResult staging = stageFile(path, text, staged, error);
+    if (staging != WriteResult::Written) return staging;
+    if (!commitStaged(staged, error)) return WriteResult::WriteFailed;
+    return syncDirectory(fs::path(path).parent_path().string(), error) ? WriteResult::Written
+                                                                        : WriteResult::WriteFailed;
 }
 
 std::string currentDirectory() {

@@ -20,6 +20,24 @@ enum class WriteResult { Written, OpenFailed, WriteFailed };
 WriteResult writeFileAtomically(const std::string& path, const std::string& text,
                                 std::string& error);
 
+// A write prepared by `stageFile`: the text is flushed to the disk under the name `temp`.
+// Staging every file of a set before committing any keeps the old set whole when the disk
+// fills up half-way.
+struct StagedFile {
+    std::string path;
+    std::string temp;
+};
+
+// The first half of `writeFileAtomically`; on failure nothing is left behind.
+WriteResult stageFile(const std::string& path, const std::string& text, StagedFile& staged,
+                      std::string& error);
+// Renames the temporary over its path; on failure removes it. The directory is not flushed.
+bool commitStaged(StagedFile& staged, std::string& error);
+// Removes the temporary of a write that is given up.
+void discardStaged(StagedFile& staged);
+// Flushes a directory's entries after renames into it ("" is the current directory).
+bool syncDirectory(const std::string& dir, std::string& error);
+
 // Temporaries of writes that a killed process left behind are removed by a later write to the
 // same file once they are this old; younger ones may be another process's write in flight.
 constexpr int kStaleTemporarySeconds = 600;
