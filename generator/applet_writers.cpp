@@ -63,7 +63,10 @@ bool isSourceName(const std::filesystem::path& name) {
 // so a case-insensitive file system never loses a file just written under another case.
 void deleteStaleSources(const std::string& dir, const std::set<std::string>& keep) {
     namespace fs = std::filesystem;
-    for (const auto& entry : fs::directory_iterator(dir)) {
+    std::error_code ec;
+    fs::directory_iterator it(dir, ec);
+    if (ec) return;  // `path` may be a name prefix rather than a directory
+    for (const auto& entry : it) {
         const fs::file_status status = entry.symlink_status();
         if (!fs::is_regular_file(status) && !fs::is_symlink(status)) continue;
         const fs::path name = entry.path().filename();
