@@ -4,12 +4,16 @@
 #include <exception>
 #include <filesystem>
 #include <map>
+#include <set>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 #include "generator/CppCodeGenerator.h"
 #include "host/log_interface.h"
 #include "model/MpRuvo.h"
 #include "model/names.h"
+#include "model/text_file.h"
 
 namespace {
 
@@ -21,17 +25,6 @@ std::string normaliseLineEnds(const std::string& text) {
         out += text[i];
     }
     return out;
-}
-
-// Stale sources of an earlier generation go; other files and subdirectories stay.
-void deleteStaleSources(const std::string& dir) {
-    namespace fs = std::filesystem;
-    if (!fs::exists(dir)) return;
-    for (const auto& entry : fs::directory_iterator(dir)) {
-        if (!entry.is_regular_file()) continue;
-        const std::string ext = entry.path().extension().string();
-        if (ext == ".h" || ext == ".cpp" || ext == ".c") fs::remove(entry.path());
-    }
 }
 
 std::string lowerAscii(std::string s) {
@@ -59,6 +52,47 @@ void checkFileNames(const AppPacket& packet, std::map<std::string, std::string>&
         }
     }
 }
+
+bool isSourceName(const std::filesystem::path& name) {
+    const std::string ext = name.extension().string();
+    return ext == ".h" || ext == ".cpp" || ext == ".c";
+}
+
+// Sources of an earlier generation that the new one did not write go; other files and
+// subdirectories stay. A link is removed itself, never followed. `keep` holds lower-case names,
+// so a case-insensitive file system never loses a file just written under another case.
+void deleteStaleSources(const std::string& dir, const std::set<std::string>& keep) {
+    namespace fs = std::filesystem;
+    std::error_code ec;
+    fs::directory_iterator it(dir, ec);
+    if (ec) return;  // `path` may be a name prefix rather than a directory
+    for (const auto& entry : it) {
+        const fs::file_status status = entry.symlink_status();
+        if (!fs::is_regular_file(status) && !fs::is_symlink(status)) continue;
+        const fs::path name = entry.path().filename();
+        if (!isSourceName(name) || keep.count(lowerAscii(name.string())) != 0) continue;
+        fs::remove(entry.path());
+    }
+}
+
+// A directory that is itself a link could lead the writes anywhere; the real directory has to
+// be named instead.
+void refuseLinkedDirectory(const std::string& dir) {
+    std::string plain = dir;
+    while (plain.size() > 1 && (plain.back() == '/' || plain.back() == '\\')) plain.pop_back();
+    std::error_code ec;
+    if (std::filesystem::is_symlink(std::filesystem::symlink_status(plain, ec))) {
+        throw std::runtime_error("refusing to write into " + dir + ": it is a symbolic link");
+    }
+}
+
+// Temporaries of a set whose writing was given up.
+struct StagedSet {
+    std::vector<ruvo::StagedFile> files;
+    ~StagedSet() {
+        for (auto& f : files) ruvo::discardStaged(f);
+    }
+};
 
 }  // namespace
 
@@ -100,21 +134,55 @@ bool MpRuvo::writeGeneratedFiles(Layout layout, const std::string& path) {
             if (hasFirst) checkFileNames(first, seen);
         }
         const std::string dir = path.empty() ? getCodePath() : path;
-        deleteStaleSources(dir);
+        refuseLinkedDirectory(dir);
+        std::vector<std::pair<std::string, std::string>> writes;  // path, text
         if (layout != Layout::Multi) {
             // Always beside the applet's code, whatever `path` says.
-            generator.generateResourceFile(getCodePath() + "resource.h", getResourceCode());
+            refuseLinkedDirectory(getCodePath());
+            writes.emplace_back(getCodePath() + "resource.h", getResourceCode());
         }
+        std::set<std::string> keep;
         if (hasFirst) {
             for (const auto& file : first.files) {
-                generator.generateResourceFile(dir + file.name, file.content);
+                writes.emplace_back(dir + file.name, file.content);
+                keep.insert(lowerAscii(file.name));
             }
         }
         if (hasSingle) {
             for (const auto& file : single.files) {
-                generator.generateResourceFile(dir + file.name, normaliseLineEnds(file.content));
+                writes.emplace_back(dir + file.name, normaliseLineEnds(file.content));
+                keep.insert(lowerAscii(file.name));
             }
         }
+        std::error_code ec;
+        if (layout != Layout::Multi && std::filesystem::equivalent(dir, getCodePath(), ec)) {
+            keep.insert("resource.h");
+        }
+
+        // Every text reaches the disk before any old file is replaced: a full disk or a denied
+        // write leaves the earlier generation whole.
+        StagedSet staged;
+        staged.files.resize(writes.size());
+        std::string error;
+        for (size_t i = 0; i < writes.size(); ++i) {
+            if (ruvo::stageFile(writes[i].first, writes[i].second, staged.files[i], error) !=
+                ruvo::WriteResult::Written) {
+                throw std::runtime_error(error + "; no file was changed");
+            }
+        }
+        for (size_t i = 0; i < staged.files.size(); ++i) {
+            if (!ruvo::commitStaged(staged.files[i], error)) {
+                throw std::runtime_error(error + "; " + std::to_string(i) + " of " +
+                                         std::to_string(writes.size()) +
+                                         " files were replaced, the others keep their earlier text");
+            }
+        }
+        std::set<std::string> dirs;
+        for (const auto& w : writes) dirs.insert(std::filesystem::path(w.first).parent_path().string());
+        for (const auto& d : dirs) {
+            if (!ruvo::syncDirectory(d, error)) throw std::runtime_error(error);
+        }
+        deleteStaleSources(dir, keep);
         return true;
     } catch (const std::exception& e) {
         log_interface::log_error("generating the sources of %s: %s", getMpName().c_str(), e.what());

@@ -1,5 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -84,4 +90,82 @@ TEST_F(FileCalls, MainContentIsTheFreshSingleFileAndRefreshesTheResourceHeader) 
     EXPECT_NE(text.find("void init() {\n}\n"), std::string::npos);
     EXPECT_TRUE(fs::exists(dir.file("gen_code/resource.h")));
     EXPECT_EQ(ruvo_sdk::getMainContentSize("nobody", &size), -1);
+}
+
+namespace {
+
+// Runs `body` in a child process and gives its exit code (-1 when it did not exit).
+template <typename Body>
+int inChild(Body body) {
+    const pid_t child = ::fork();
+    if (child == 0) ::_exit(body());
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+unsigned modeOf(const std::string& path) {
+    struct stat st {};
+    ::stat(path.c_str(), &st);
+    return st.st_mode & 0777;
+}
+
+std::vector<std::string> namesIn(const std::string& dir) {
+    std::vector<std::string> out;
+    for (const auto& e : fs::directory_iterator(dir)) out.push_back(e.path().filename().string());
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+}  // namespace
+
+TEST_F(FileCalls, SavesKeepThePermissionsAndAFailedSaveIsMinusOneWithTheOldFilesWhole) {
+    const std::string code = dir.file("gen_code");
+    const std::string config = code + "/appletCfg.ruvo";
+    ruvo_sdk::genDefaultMainFunction("gen");
+    ASSERT_EQ(ruvo_sdk::serilize("gen", ""), 0);
+    ::chmod(config.c_str(), 0600);
+    ASSERT_EQ(ruvo_sdk::serilize("gen", ""), 0);
+    EXPECT_EQ(modeOf(config), 0600u);
+    ASSERT_EQ(ruvo_sdk::generateSingleAndMultiCodeFiles("gen", ""), 0);
+    ::chmod((code + "/main.cpp").c_str(), 0640);
+    ASSERT_EQ(ruvo_sdk::generateSingleAndMultiCodeFiles("gen", ""), 0);
+    EXPECT_EQ(modeOf(code + "/main.cpp"), 0640u);
+
+    const std::string configBefore = testing_support::slurp(config);
+    const std::string mainBefore = testing_support::slurp(code + "/main.cpp");
+    const auto namesBefore = namesIn(code);
+    const char body[] = "int spacious = 0;";
+    std::string big;
+    for (int i = 0; i < 2000; ++i) big += body;
+    ruvo_sdk::setRuvoFuncCodeByName("gen", "mainRun", big.c_str(), static_cast<unsigned>(big.size()));
+
+    // A full disk, simulated by a file size limit in a child.
+    EXPECT_EQ(inChild([] {
+                  ::signal(SIGXFSZ, SIG_IGN);
+                  const rlimit limit{16384, 16384};
+                  ::setrlimit(RLIMIT_FSIZE, &limit);
+                  return ruvo_sdk::serilize("gen", "") == -1 &&
+                                 ruvo_sdk::generateSingleAndMultiCodeFiles("gen", "") == -1
+                             ? 0 : 1;
+              }),
+              0);
+    // A read-only directory; root is made nobody first, so the permissions really hold.
+    ::chmod(dir.path().c_str(), 0755);
+    ::chmod(code.c_str(), 0555);
+    EXPECT_EQ(inChild([] {
+                  if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) return 2;
+                  return ruvo_sdk::serilize("gen", "") == -1 &&
+                                 ruvo_sdk::generateCodeFiles("gen", "") == -1
+                             ? 0 : 1;
+              }),
+              0);
+    ::chmod(code.c_str(), 0755);
+    EXPECT_EQ(testing_support::slurp(config), configBefore);
+    EXPECT_EQ(testing_support::slurp(code + "/main.cpp"), mainBefore);
+    EXPECT_EQ(namesIn(code), namesBefore) << "no temporary file is left";
+
+    // Kept: a target whose directory is missing writes nothing and still reports success.
+    EXPECT_EQ(ruvo_sdk::serilize("gen", dir.file("no/such/x.ruvo").c_str()), 0);
+    EXPECT_FALSE(fs::exists(dir.file("no")));
 }

@@ -1,13 +1,21 @@
 // Writing generated files, the golden single file of a realistic applet, and a compile check.
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
 #include <cstdlib>
+#include <map>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "generator/CppCodeGenerator.h"
 #include "generator/realistic_applet.h"
+#include "host/log_interface.h"
 #include "model/MpRuvo.h"
 #include "test_support.h"
 
@@ -30,6 +38,47 @@ std::vector<std::string> filesIn(const std::string& dir) {
     for (const auto& e : fs::directory_iterator(dir)) out.push_back(e.path().filename().string());
     std::sort(out.begin(), out.end());
     return out;
+}
+
+// Every entry below `dir` with its text; links as "-> target", never followed.
+std::map<std::string, std::string> snapshot(const std::string& dir) {
+    std::map<std::string, std::string> out;
+    for (auto it = fs::recursive_directory_iterator(dir); it != fs::recursive_directory_iterator(); ++it) {
+        const std::string rel = fs::relative(it->path(), dir).string();
+        if (it->is_symlink()) {
+            out[rel] = "-> " + fs::read_symlink(it->path()).string();
+        } else if (it->is_regular_file()) {
+            out[rel] = slurp(it->path().string());
+        } else {
+            out[rel] = "<dir>";
+        }
+    }
+    return out;
+}
+
+RuvoFunction selfDefined(MpRuvo& a, const std::string& name, const std::string& body) {
+    RuvoFunction f = a.createFunc(name, RFT_SELF_DEFINE, {name, "s32 x"});
+    f.setBodyCode(body);
+    return f;
+}
+
+// The error lines logged since the last call.
+std::string errorLines() {
+    std::string lines;
+    for (const auto& r : log_interface::takeRecords()) {
+        if (r.level == log_interface::Level::Error) lines += r.text + "\n";
+    }
+    return lines;
+}
+
+// Runs `body` in a child process and gives its exit code (-1 when it did not exit).
+template <typename Body>
+int inChild(Body body) {
+    const pid_t child = ::fork();
+    if (child == 0) ::_exit(body());
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 }  // namespace
@@ -110,6 +159,142 @@ TEST(Writers, UnwritableDirectoryIsReportedAsFailure) {
     a->setCodePath(dir.file("missing/"));
     a->addMpFunction(a->getOrCreatMainRunFun());
     EXPECT_FALSE(a->generateSingleCodeFile(""));
+}
+
+// The model itself takes any function name; the writer is the last line of defence.
+TEST(WriteContainment, NamesThatWouldLeaveTheDirectoryAreRefusedBeforeAnythingIsTouched) {
+    TempDir root;
+    fs::create_directories(root.file("code/sub"));
+    std::ofstream(root.file("code/keep.cpp")) << "earlier";
+    const auto before = snapshot(root.path());
+    for (const std::string name : {"../evil", "../../evil", "sub/../../evil", "/tmp/ruvo_abs_evil",
+                                   "a\\..\\..\\evil", "..", "x/y"}) {
+        SCOPED_TRACE(name);
+        MpRuvo a;
+        a.setType(AT_TOOL);
+        a.setMpName("app");
+        a.setCodePath(root.file("code/"));
+        a.addMpFunction(a.getOrCreatMainRunFun());
+        a.addMpFunction(selfDefined(a, name, "return;"));
+        log_interface::takeRecords();
+        EXPECT_FALSE(a.generateCodeFiles(""));
+        EXPECT_FALSE(a.generateSingleAndMultiCodeFiles(""));
+        EXPECT_FALSE(a.generateCombineCodeFile(""));
+        EXPECT_NE(errorLines().find("refusing to write the file"), std::string::npos);
+        EXPECT_EQ(snapshot(root.path()), before);
+        EXPECT_FALSE(fs::exists("/tmp/ruvo_abs_evil.cpp"));
+    }
+}
+
+TEST(WriteContainment, LinksInTheCodeDirectoryAreReplacedOrRemovedNeverFollowed) {
+    TempDir dir, outside;
+    for (const char* victim : {"main.cpp", "helper.cpp", "old.cpp", "singleapp.cpp", "resource.h"}) {
+        std::ofstream(outside.file(victim)) << "precious " << victim;
+        ::chmod(outside.file(victim).c_str(), 0600);
+    }
+    fs::create_directory(outside.file("stale.h"));
+    std::ofstream(outside.file("stale.h/inside")) << "precious";
+    const auto outsideBefore = snapshot(outside.path());
+    // Links named like files about to be written, like stale sources, and dangling ones.
+    for (const char* name : {"main.cpp", "helper.cpp", "old.cpp", "singleapp.cpp", "resource.h", "stale.h"}) {
+        fs::create_symlink(outside.file(name), dir.file(name));
+    }
+    fs::create_symlink(outside.file("nothing.cpp"), dir.file("dangling.cpp"));
+    fs::create_symlink(outside.file("created.cpp"), dir.file("global_define.h"));
+
+    auto a = appletIn(dir);
+    a->addMpFunction(a->getOrCreatMainRunFun());
+    a->addMpFunction(selfDefined(*a, "helper", "return;"));
+    ASSERT_TRUE(a->generateSingleAndMultiCodeFiles(""));
+
+    EXPECT_EQ(snapshot(outside.path()), outsideBefore) << "nothing outside is written or deleted";
+    for (const auto& e : fs::directory_iterator(dir.path())) {
+        EXPECT_FALSE(e.is_symlink()) << e.path() << " should be replaced or removed";
+    }
+    EXPECT_EQ(filesIn(dir.path()), (std::vector<std::string>{"helper.cpp", "helper.h", "main.cpp",
+                                                              "main.h", "resource.h", "singleapp.cpp"}));
+}
+
+TEST(WriteContainment, ACodeDirectoryThatIsALinkIsRefused) {
+    TempDir root, outside;
+    std::ofstream(outside.file("old.cpp")) << "precious";
+    fs::create_symlink(outside.path(), root.file("app_code"));
+    const auto before = snapshot(outside.path());
+    MpRuvo a;
+    a.setType(AT_TOOL);
+    a.setMpName("app");
+    a.setCodePath(root.file("app_code/"));
+    a.addMpFunction(a.getOrCreatMainRunFun());
+    log_interface::takeRecords();
+    EXPECT_FALSE(a.generateSingleCodeFile(""));
+    EXPECT_NE(errorLines().find("refusing to write into " + root.file("app_code/") +
+                                ": it is a symbolic link"),
+              std::string::npos);
+    EXPECT_FALSE(a.generateCodeFiles(""));
+    // Also as the explicit target, and for the resource header beside the code.
+    TempDir real;
+    a.setCodePath(real.path() + "/");
+    EXPECT_FALSE(a.generateCodeFiles(root.file("app_code/")));
+    a.setCodePath(root.file("app_code/"));
+    EXPECT_FALSE(a.generateSingleCodeFile(real.path() + "/"));
+    EXPECT_EQ(snapshot(outside.path()), before);
+    EXPECT_TRUE(fs::is_empty(real.path()));
+}
+
+TEST(WriteContainment, FileNamesDifferingOnlyByCaseAreRefused) {
+    TempDir dir;
+    std::ofstream(dir.file("keep.cpp")) << "earlier";
+    auto a = appletIn(dir);
+    a->addMpFunction(a->getOrCreatMainRunFun());
+    a->addMpFunction(selfDefined(*a, "Helper", "return;"));
+    a->addMpFunction(selfDefined(*a, "helper", "return;"));
+    log_interface::takeRecords();
+    EXPECT_FALSE(a->generateCodeFiles(""));
+    EXPECT_NE(errorLines().find("differing only by case"), std::string::npos);
+    a->removeMpFunc("helper");
+    a->addMpFunction(selfDefined(*a, "MAIN", "return;"));
+    EXPECT_FALSE(a->generateCodeFiles(""));
+    EXPECT_EQ(filesIn(dir.path()), std::vector<std::string>{"keep.cpp"});
+}
+
+// The new set is on the disk before any old file is replaced or deleted.
+TEST(WriteContainment, AFailedGenerationKeepsTheEarlierSetWhole) {
+    TempDir dir;
+    auto a = appletIn(dir);
+    testing_support::buildRealisticApplet(*a);
+    std::ofstream(dir.file("stale.cpp")) << "from an even earlier generation";
+    ASSERT_TRUE(a->generateSingleAndMultiCodeFiles(""));
+    std::ofstream(dir.file("stale.cpp")) << "from an even earlier generation";
+    const auto before = snapshot(dir.path());
+    // The new set holds one file far larger than the others.
+    a->addMpFunction(selfDefined(*a, "huge", std::string(200000, ' ') + "return;"));
+
+    // A full disk, simulated by a file size limit in a child.
+    EXPECT_EQ(inChild([&] {
+                  ::signal(SIGXFSZ, SIG_IGN);
+                  const rlimit limit{100000, 100000};
+                  ::setrlimit(RLIMIT_FSIZE, &limit);
+                  log_interface::takeRecords();
+                  if (a->generateSingleAndMultiCodeFiles("")) return 1;
+                  const std::string lines = errorLines();
+                  return lines.find("File too large; no file was changed") != std::string::npos ? 0 : 2;
+              }),
+              0);
+    EXPECT_EQ(snapshot(dir.path()), before);
+
+    // A read-only directory; root is made nobody first, so the permissions really hold.
+    ::chmod(dir.path().c_str(), 0555);
+    EXPECT_EQ(inChild([&] {
+                  if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) return 3;
+                  return a->generateCodeFiles("") ? 1 : 0;
+              }),
+              0);
+    ::chmod(dir.path().c_str(), 0700);
+    EXPECT_EQ(snapshot(dir.path()), before);
+
+    ASSERT_TRUE(a->generateSingleAndMultiCodeFiles(""));
+    EXPECT_TRUE(fs::exists(dir.file("huge.cpp")));
+    EXPECT_FALSE(fs::exists(dir.file("stale.cpp")));
 }
 
 TEST(ResourceFile, BindsTheNameIntoTheLogMacros) {
