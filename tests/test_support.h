@@ -1,11 +1,17 @@
 #pragma once
-// Shared helpers: scratch directories that clean up after themselves.
+// Shared helpers: scratch directories that clean up after themselves, child processes, file
+// modes and listings.
 
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <vector>
 
 namespace testing_support {
 
@@ -34,6 +40,31 @@ inline std::string slurp(const std::string& path) {
     std::ostringstream out;
     out << in.rdbuf();
     return out.str();
+}
+
+// Runs `body` in a child process and gives its exit code (-1 when it did not exit).
+template <typename Body>
+int inChild(Body body) {
+    const pid_t child = ::fork();
+    if (child == 0) ::_exit(body());
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// Permission and set-id bits of the entry itself (a link is not followed); 0 if absent.
+inline unsigned modeOf(const std::string& path) {
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0) return 0;
+    return st.st_mode & 07777;
+}
+
+// The names in a directory, sorted.
+inline std::vector<std::string> namesIn(const std::string& dir) {
+    std::vector<std::string> out;
+    for (const auto& e : std::filesystem::directory_iterator(dir)) out.push_back(e.path().filename().string());
+    std::sort(out.begin(), out.end());
+    return out;
 }
 
 }  // namespace testing_support

@@ -14,6 +14,9 @@
 #include "test_support.h"
 
 using testing_support::TempDir;
+using testing_support::inChild;
+using testing_support::modeOf;
+using testing_support::namesIn;
 namespace fs = std::filesystem;
 
 namespace {
@@ -91,33 +94,6 @@ TEST_F(FileCalls, MainContentIsTheFreshSingleFileAndRefreshesTheResourceHeader) 
     EXPECT_TRUE(fs::exists(dir.file("gen_code/resource.h")));
     EXPECT_EQ(ruvo_sdk::getMainContentSize("nobody", &size), -1);
 }
-
-namespace {
-
-// Runs `body` in a child process and gives its exit code (-1 when it did not exit).
-template <typename Body>
-int inChild(Body body) {
-    const pid_t child = ::fork();
-    if (child == 0) ::_exit(body());
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-unsigned modeOf(const std::string& path) {
-    struct stat st {};
-    ::stat(path.c_str(), &st);
-    return st.st_mode & 0777;
-}
-
-std::vector<std::string> namesIn(const std::string& dir) {
-    std::vector<std::string> out;
-    for (const auto& e : fs::directory_iterator(dir)) out.push_back(e.path().filename().string());
-    std::sort(out.begin(), out.end());
-    return out;
-}
-
-}  // namespace
 
 TEST_F(FileCalls, SavesKeepThePermissionsAndAFailedSaveIsMinusOneWithTheOldFilesWhole) {
     const std::string code = dir.file("gen_code");

@@ -20,6 +20,9 @@
 #include "test_support.h"
 
 using testing_support::TempDir;
+using testing_support::inChild;
+using testing_support::modeOf;
+using testing_support::namesIn;
 using testing_support::slurp;
 namespace fs = std::filesystem;
 
@@ -69,16 +72,6 @@ std::string errorLines() {
         if (r.level == log_interface::Level::Error) lines += r.text + "\n";
     }
     return lines;
-}
-
-// Runs `body` in a child process and gives its exit code (-1 when it did not exit).
-template <typename Body>
-int inChild(Body body) {
-    const pid_t child = ::fork();
-    if (child == 0) ::_exit(body());
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 }  // namespace

@@ -16,6 +16,9 @@
 #include "test_support.h"
 
 using testing_support::TempDir;
+using testing_support::inChild;
+using testing_support::modeOf;
+using testing_support::namesIn;
 using testing_support::slurp;
 namespace fs = std::filesystem;
 
@@ -23,29 +26,6 @@ namespace {
 
 void spit(const std::string& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
-}
-
-unsigned modeOf(const std::string& path) {
-    struct stat st {};
-    EXPECT_EQ(::lstat(path.c_str(), &st), 0) << path;
-    return st.st_mode & 07777;
-}
-
-std::vector<std::string> namesIn(const std::string& dir) {
-    std::vector<std::string> out;
-    for (const auto& e : fs::directory_iterator(dir)) out.push_back(e.path().filename().string());
-    std::sort(out.begin(), out.end());
-    return out;
-}
-
-// Runs `body` in a child process and gives its exit code (-1 when it did not exit).
-template <typename Body>
-int inChild(Body body) {
-    const pid_t child = ::fork();
-    if (child == 0) ::_exit(body());
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 // In a child: as root, become nobody so that directory permissions hold.
