@@ -26,7 +26,14 @@ com.send_can_async(&reply);
 BODY
 # Every frame costs the applet a little, so the replay lasts seconds and is cut short.
 printf '++g_rx;\nfor (volatile int i = 0; i < 40000; ++i) {}\n' > "$work/all.txt"
-printf 'clog.info("stop handler ran after rx=%%d", g_rx);\n' > "$work/stop.txt"
+cat > "$work/stop.txt" <<'BODY'
+clog.info("stop handler ran after rx=%d", g_rx);
+KelnCan bye;
+com.init_can(0x7EF, 1, &bye);
+bye.canNo = 1;
+bye.FData[0] = 0xEE;
+com.send_can_async(&bye);
+BODY
 for f in global_define:g on_can_rx_req:req on_can_rx_all:all on_stop_m:stop; do
   "$ruvo" func "$p" slow "${f%%:*}" --body "$work/${f#*:}.txt" >/dev/null || fail "body ${f%%:*}"
 done
@@ -82,8 +89,10 @@ def check(sig, to_stdout):
     text = open(out).read()
     assert text.endswith("\n"), repr(text[-80:])
     frames = list(can.LogReader(out))
-    # Only the first request was answered: the last one lies beyond the interruption.
-    assert [(hex(f.arbitration_id), f.channel, bytes(f.data[:1])) for f in frames] == [("0x7e8", "can1", b"\x01")], frames
+    # Only the first request was answered (the last one lies beyond the interruption), and the
+    # stop handler's farewell went out last.
+    assert [(hex(f.arbitration_id), f.channel, bytes(f.data[:1])) for f in frames] == [
+        ("0x7e8", "can1", b"\x01"), ("0x7ef", "can1", b"\xee")], frames
 
 check(signal.SIGINT, False)
 check(signal.SIGTERM, True)
