@@ -48,12 +48,14 @@ std::shared_ptr<const HandlerSets> HandlerCache::current(HandlerSource& source) 
         std::lock_guard<std::mutex> lock(mutex);
         if (sets && sets->revision == modelRevision()) return sets;
     }
-    // Lock order: model, then cache (a change of the model drops the cache while it holds the
-    // model mutex).
+    // Rebuilds are serialised by the model mutex. The cache mutex is never held while another
+    // lock is taken: a change of the model drops the cache from under an applet's own lock.
     std::lock_guard<std::recursive_mutex> model(modelMutex());
     const uint64_t revision = modelRevision();
-    std::lock_guard<std::mutex> lock(mutex);
-    if (sets && sets->revision == revision) return sets;
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        if (sets && sets->revision == revision) return sets;
+    }
     auto fresh = std::make_shared<HandlerSets>();
     fresh->revision = revision;
     pinModules(source, *fresh);
@@ -62,8 +64,9 @@ std::shared_ptr<const HandlerSets> HandlerCache::current(HandlerSource& source) 
     fresh->preSend = build(source, RFT_CAN_PRE_SEND, "on_can_pretx_");
     fresh->started = addressesOf(source, RFT_PROGRAM_START);
     fresh->stopped = addressesOf(source, RFT_PROGRAM_STOP);
+    std::lock_guard<std::mutex> lock(mutex);
     sets = fresh;
-    return sets;
+    return fresh;
 }
 
 void HandlerCache::drop() {
