@@ -8,6 +8,7 @@
 
 #include "host/log_interface.h"
 #include "model/json_util.h"
+#include "model/names.h"
 #include "model/revision.h"
 #include "model/text_file.h"
 #include "model/type_names.h"
@@ -33,32 +34,48 @@ void addIdArray(cJSON* root, const char* key, const std::map<std::string, u64>& 
     cJSON_AddItemToObject(root, key, array);
 }
 
-// Entries add to what the map holds. "key:value"; the value goes through stoll and so
-// raises the standard conversion errors for a malformed entry.
-bool readIdArray(const cJSON* root, const char* key, std::map<std::string, u64>& map) {
+using IdEntries = std::vector<std::pair<std::string, u64>>;
+
+// "key:value" entries, read in full before any of them is stored. The value goes through
+// stoll and so raises the standard conversion errors for a malformed entry.
+bool readIdArray(const cJSON* root, const char* key, IdEntries& out) {
     const cJSON* array = cJSON_GetObjectItem(root, key);
     if (array == nullptr) return false;
-    const int n = cJSON_GetArraySize(array);
-    for (int i = 0; i < n; ++i) {
-        const cJSON* item = cJSON_GetArrayItem(array, i);
+    ruvo::arrayOf(array, key, "applet");
+    ruvo::forEachItem(array, [&](const cJSON* item) {
         if (!cJSON_IsString(item) || item->valuestring == nullptr) {
             throw ruvo::ConfigError(std::string("key \"") + key + "\" holds a non-string");
         }
         const std::string entry = item->valuestring;
         const size_t colon = entry.find(':');
-        const std::string left = entry.substr(0, colon);
+        std::string left = entry.substr(0, colon);
         const std::string right = colon == std::string::npos ? std::string() : entry.substr(colon + 1);
+        long long value = 0;
         try {
-            map[left] = static_cast<u64>(std::stoll(right, nullptr, 10));
+            value = std::stoll(right, nullptr, 10);
         } catch (const std::invalid_argument&) {
-            throw std::invalid_argument(std::string("key \"") + key + "\": entry \"" + entry +
-                                        "\" has no number after ':' (stoll)");
+            throw std::invalid_argument(std::string("key \"") + key + "\": entry \"" +
+                                        ruvo::clipped(entry) + "\" has no number after ':' (stoll)");
         } catch (const std::out_of_range&) {
-            throw std::out_of_range(std::string("key \"") + key + "\": entry \"" + entry +
-                                    "\" is out of range (stoll)");
+            throw std::out_of_range(std::string("key \"") + key + "\": entry \"" +
+                                    ruvo::clipped(entry) + "\" is out of range (stoll)");
         }
-    }
+        if (value < 0) {
+            throw std::out_of_range(std::string("key \"") + key + "\": entry \"" +
+                                    ruvo::clipped(entry) + "\" is negative");
+        }
+        const std::string problem = ruvo::nameProblem(ruvo::NameKind::BindingKey, left);
+        if (!problem.empty()) {
+            throw ruvo::ConfigError(std::string("key \"") + key + "\": invalid binding key name \"" +
+                                    ruvo::clipped(left) + "\": " + problem);
+        }
+        out.emplace_back(std::move(left), static_cast<u64>(value));
+    });
     return true;
+}
+
+void addEntries(std::map<std::string, u64>& map, const IdEntries& entries) {
+    for (const auto& e : entries) map[e.first] = e.second;
 }
 
 std::string hexLower(u64 value) {
@@ -153,62 +170,71 @@ bool MpRuvo::serialize(const std::string& path) {
 
 bool MpRuvo::deseralize(const std::string& text) {
     ruvo::JsonPtr root(cJSON_Parse(text.c_str()));
-    MpInfo::deseralize(root.get());
-    if (const cJSON* e = cJSON_GetObjectItem(root.get(), "editType")) {
-        editType = static_cast<_RuvoEditType>(e->valueint);
+    if (!root) {
+        MpInfo::deseralize(nullptr);
+        return false;
     }
-    deseralizeKeyboardEvents(root.get());
-    deseralizeRecvCANIds(root.get());
-    deseralizeSendCANIds(root.get());
-    deseralizePreSendCANIds(root.get());
-    deseralizeTimers(root.get());
-    return root != nullptr;
+    // Whole-file checks first: the text is UTF-8 (one fast pass; the tree is searched for the
+    // key only when it is not) and no object names a key twice.
+    const bool textIsUtf8 = ruvo::isValidUtf8(text.data(), text.size());
+    ruvo::checkTree(root.get(), "keyboardEvents", !textIsUtf8);
+    if (!textIsUtf8) throw ruvo::ConfigError("the text is not valid UTF-8");
+
+    // Everything is read before anything is stored: a fault leaves the applet as it was.
+    const cJSON* edit = cJSON_GetObjectItem(root.get(), "editType");
+    const int newEditType = edit ? ruvo::intOf(edit, "editType", "applet") : 0;
+    std::vector<std::pair<std::string, std::list<std::string>>> keys;
+    deseralizeKeyboardEvents(root.get(), keys);
+    IdEntries recv, send, preSend, timerEntries;
+    readIdArray(root.get(), "recvCANIds", recv);
+    readIdArray(root.get(), "sendCANIds", send);
+    readIdArray(root.get(), "preSendCANIds", preSend);
+    readIdArray(root.get(), "timers", timerEntries);
+    MpInfo::deseralize(root.get());
+
+    if (edit != nullptr) editType = static_cast<_RuvoEditType>(newEditType);
+    for (auto& k : keys) {
+        if (k.second.empty()) continue;  // a key with no parts adds no entry
+        auto& parts = keyboardEvents[k.first];
+        parts.splice(parts.end(), k.second);
+    }
+    addEntries(recvCANIds, recv);
+    addEntries(sendCANIds, send);
+    addEntries(preSendCANIds, preSend);
+    addEntries(timers, timerEntries);
+    return true;
 }
 
-bool MpRuvo::deseralizeKeyboardEvents(const cJSON* root) {
+bool MpRuvo::deseralizeKeyboardEvents(const cJSON* root, KeyEntries& out) {
     const cJSON* events = cJSON_GetObjectItem(root, "keyboardEvents");
     if (events == nullptr) return false;
+    if (!cJSON_IsObject(events)) throw ruvo::ConfigError("key \"keyboardEvents\" is not an object");
     for (const cJSON* member = events->child; member != nullptr; member = member->next) {
         if (member->string == nullptr) continue;
-        const int n = cJSON_GetArraySize(member);
-        for (int i = 0; i < n; ++i) {
-            const cJSON* part = cJSON_GetArrayItem(member, i);
-            if (!cJSON_IsString(part) || part->valuestring == nullptr) {
-                throw ruvo::ConfigError(std::string("keyboardEvents \"") + member->string +
-                                        "\" holds a non-string");
-            }
-            keyboardEvents[member->string].push_back(part->valuestring);
+        const std::string key = member->string;
+        const std::string problem = ruvo::nameProblem(ruvo::NameKind::BindingKey, key);
+        if (!problem.empty()) {
+            throw ruvo::ConfigError("key \"keyboardEvents\": invalid binding key name \"" +
+                                    ruvo::clipped(key) + "\": " + problem);
         }
+        if (!cJSON_IsArray(member)) {
+            throw ruvo::ConfigError("keyboardEvents \"" + key + "\" is not an array");
+        }
+        std::list<std::string> parts;
+        ruvo::forEachItem(member, [&](const cJSON* part) {
+            if (!cJSON_IsString(part) || part->valuestring == nullptr) {
+                throw ruvo::ConfigError("keyboardEvents \"" + key + "\" holds a non-string");
+            }
+            parts.emplace_back(part->valuestring);
+        });
+        out.emplace_back(key, std::move(parts));
     }
     return true;
 }
 
-bool MpRuvo::deseralizeRecvCANIds(const cJSON* root) { return readIdArray(root, "recvCANIds", recvCANIds); }
-bool MpRuvo::deseralizeSendCANIds(const cJSON* root) { return readIdArray(root, "sendCANIds", sendCANIds); }
-bool MpRuvo::deseralizePreSendCANIds(const cJSON* root) {
-    return readIdArray(root, "preSendCANIds", preSendCANIds);
-}
-bool MpRuvo::deseralizeTimers(const cJSON* root) { return readIdArray(root, "timers", timers); }
-
 bool MpRuvo::deserilize(const std::string& path) {
     std::string text;
     if (!ruvo::readWholeFile(path, text)) return false;
-    // A fault half-way through must not leave a half-loaded applet behind.
-    const MpInfo savedInfo = *this;
-    const auto savedKeys = keyboardEvents;
-    const auto savedRecv = recvCANIds, savedSend = sendCANIds, savedPre = preSendCANIds;
-    const auto savedTimers = timers;
-    const _RuvoEditType savedEdit = editType;
-    auto restore = [&] {
-        static_cast<MpInfo&>(*this) = savedInfo;
-        keyboardEvents = savedKeys;
-        recvCANIds = savedRecv;
-        sendCANIds = savedSend;
-        preSendCANIds = savedPre;
-        timers = savedTimers;
-        editType = savedEdit;
-        ruvo::touchModel();
-    };
     ruvo::touchModel();
     try {
         if (!deseralize(text)) {
@@ -216,20 +242,14 @@ bool MpRuvo::deserilize(const std::string& path) {
             log_interface::log_error("%s is not valid JSON (near \"%.32s\"); the applet is invalid",
                                      path.c_str(), near ? near : "");
         }
-        ruvo::touchModel();
     } catch (const ruvo::ConfigError& e) {
-        restore();
         throw ruvo::ConfigError(path + ": " + e.what());
     } catch (const std::invalid_argument& e) {
-        restore();
         throw std::invalid_argument(path + ": " + e.what());
     } catch (const std::out_of_range& e) {
-        restore();
         throw std::out_of_range(path + ": " + e.what());
-    } catch (...) {
-        restore();
-        throw;
     }
+    ruvo::touchModel();
     return true;
 }
 

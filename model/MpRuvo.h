@@ -4,6 +4,8 @@
 #include <list>
 #include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "model/MpInfo.h"
 #include "model/MpLoader.h"
@@ -32,7 +34,7 @@ public:
     // False for an invalid applet or a failed write; a file that cannot be opened is skipped.
     bool serialize(const std::string& path);
     // Loads a config file over this applet. False if it does not open. A fault in the file
-    // raises an exception naming the file and leaves the applet as it was.
+    // raises an exception naming the file and the key, and leaves the applet as it was.
     bool deserilize(const std::string& path);
 
     int setEditType(_RuvoEditType t) {
@@ -109,11 +111,9 @@ private:
     void serilizeSendCANIds(cJSON* root) const;
     void serilizePreSendCANIds(cJSON* root) const;
     void serilizeTimers(cJSON* root) const;
-    bool deseralizeKeyboardEvents(const cJSON* root);
-    bool deseralizeRecvCANIds(const cJSON* root);
-    bool deseralizeSendCANIds(const cJSON* root);
-    bool deseralizePreSendCANIds(const cJSON* root);
-    bool deseralizeTimers(const cJSON* root);
+    using KeyEntries = std::vector<std::pair<std::string, std::list<std::string>>>;
+    // Reads the shortcut bindings of the file without storing them.
+    bool deseralizeKeyboardEvents(const cJSON* root, KeyEntries& out);
 
     enum class Layout { Single, Multi, SingleAndMulti, Combined };
     bool writeGeneratedFiles(Layout layout, const std::string& path);

@@ -7,11 +7,13 @@
 
 #include "host/log_interface.h"
 #include "model/json_util.h"
+#include "model/names.h"
 #include "model/revision.h"
 #include "model/text_file.h"
 #include "model/type_names.h"
 
 using ruvo::ConfigError;
+using ruvo::requireInt;
 using ruvo::requireItem;
 using ruvo::requireString;
 
@@ -300,27 +302,47 @@ cJSON* stringArrayOf(const Container& items) {
 }
 
 std::vector<std::string> readStringArray(const cJSON* array, const char* key, const char* what) {
-    if (!cJSON_IsArray(array)) {
-        throw ConfigError(std::string(what) + ": key \"" + key + "\" is not an array");
-    }
+    ruvo::arrayOf(array, key, what);
     std::vector<std::string> out;
-    const int n = cJSON_GetArraySize(array);
-    for (int i = 0; i < n; ++i) {
-        const cJSON* item = cJSON_GetArrayItem(array, i);
+    ruvo::forEachItem(array, [&](const cJSON* item) {
         if (!cJSON_IsString(item) || item->valuestring == nullptr) {
             throw ConfigError(std::string(what) + ": key \"" + key + "\" holds a non-string");
         }
         out.emplace_back(item->valuestring);
-    }
+    });
     return out;
 }
 
-int requireInt(const cJSON* object, const char* key, const char* what) {
-    const cJSON* item = requireItem(object, key, what);
-    if (!cJSON_IsNumber(item)) {
-        throw ConfigError(std::string(what) + ": key \"" + key + "\" is not a number");
+// Names the file gives to functions and variables obey the rules of the SDK calls.
+void requireName(ruvo::NameKind kind, const std::string& name, const char* key, const char* what) {
+    const std::string problem = ruvo::nameProblem(kind, name);
+    if (!problem.empty()) {
+        throw ConfigError(std::string(what) + ": key \"" + key + "\": \"" + ruvo::clipped(name) +
+                          "\" " + problem);
     }
-    return item->valueint;
+}
+
+// A header name lands between the quotes of an #include line and in a ';'-separated list.
+void requireHeaderName(const std::string& name, const char* what) {
+    for (unsigned char c : name) {
+        if (c < 0x20 || c == 0x7F || c == '"' || c == ';') {
+            throw ConfigError(std::string(what) + ": key \"funcDependFile\": \"" +
+                              ruvo::clipped(name) + "\" cannot be a header name");
+        }
+    }
+}
+
+// Conversions and fixed-size fields of the records raise the standard errors; the file's
+// reader names the key that held the text.
+template <typename F>
+void readKey(const char* key, const std::string& what, F&& read) {
+    try {
+        read();
+    } catch (const ConfigError&) {
+        throw;
+    } catch (const std::exception& e) {
+        throw ConfigError(what + ": key \"" + key + "\": " + e.what());
+    }
 }
 
 }  // namespace
@@ -337,12 +359,14 @@ cJSON* RuvoCode::addParamJson(const Parameter& p) {
 
 Parameter RuvoCode::parsParmJson(const cJSON* item) {
     static const char* kWhat = "parameter";
+    if (!cJSON_IsObject(item)) throw ConfigError("parameter: not an object");
     Parameter p;
-    p.setName(requireString(item, "parmName", kWhat));
+    readKey("parmName", kWhat, [&] { p.setName(requireString(item, "parmName", kWhat)); });
     p.setType(ruvo::typeValueOf(requireString(item, "parmType", kWhat)));
-    p.setDesc(requireString(item, "parmDesc", kWhat));
-    p.setIsConst(requireItem(item, "parmConst", kWhat)->valueint != 0);
-    p.setValueStr(requireString(item, "parmValue", kWhat));
+    readKey("parmDesc", kWhat, [&] { p.setDesc(requireString(item, "parmDesc", kWhat)); });
+    p.setIsConst(ruvo::flagOf(requireItem(item, "parmConst", kWhat), "parmConst", kWhat));
+    const std::string value = requireString(item, "parmValue", kWhat);
+    readKey("parmValue", kWhat, [&] { p.setValueStr(value); });
     return p;
 }
 
@@ -370,46 +394,65 @@ cJSON* RuvoCode::addFuncJson(const RuvoFunction& f) {
 }
 
 RuvoFunction RuvoCode::parsFuncJson(const cJSON* item) {
+    RuvoFunction f;
+    readFuncJson(item, f);
+    return f;
+}
+
+// Reads into `f`, a freshly made function: the record is some 10 KB, so a load of many
+// functions fills them where they are stored instead of copying each one there.
+void RuvoCode::readFuncJson(const cJSON* item, RuvoFunction& f) {
+    if (!cJSON_IsObject(item)) throw ConfigError("key \"funcList\": an entry is not an object");
     const std::string name = requireString(item, "funcName", "function");
-    const std::string what = "function \"" + name + "\"";
+    const std::string what = "function \"" + ruvo::clipped(name) + "\"";
     const char* w = what.c_str();
-    RuvoFunction f = generate_Func(name);
+    requireName(ruvo::NameKind::Function, name, "funcName", w);
+    // What generate_Func makes, in place; "funcReturn" below is required and sets the return.
+    f.setType(FT_APPLET);
+    readKey("funcName", what, [&] { f.setName(name); });
+    f.setAddr(nullptr);
 
-    const cJSON* mainFlag = cJSON_GetObjectItem(item, "funcMain");
-    if (mainFlag != nullptr && mainFlag->valueint != 0) f.setMainFuncFlag(true);
-
+    if (const cJSON* mainFlag = cJSON_GetObjectItem(item, "funcMain")) {
+        if (ruvo::flagOf(mainFlag, "funcMain", w)) f.setMainFuncFlag(true);
+    }
     const cJSON* stamp = cJSON_GetObjectItem(item, "timestamp");
     if (cJSON_IsString(stamp) && stamp->valuestring != nullptr) {
-        f.setMicroSecondsSinceEpoch(std::stoll(stamp->valuestring, nullptr, 10));
+        readKey("timestamp", what, [&] {
+            f.setMicroSecondsSinceEpoch(std::stoll(stamp->valuestring, nullptr, 10));
+        });
     }
     if (const cJSON* deps = cJSON_GetObjectItem(item, "funcDepends")) {
-        for (const auto& d : readStringArray(deps, "funcDepends", w)) f.addDependFunc(d);
+        for (const auto& d : readStringArray(deps, "funcDepends", w)) {
+            requireName(ruvo::NameKind::Function, d, "funcDepends", w);
+            f.addDependFunc(d);
+        }
     }
     if (const cJSON* parents = cJSON_GetObjectItem(item, "funcParents")) {
-        for (const auto& p : readStringArray(parents, "funcParents", w)) f.addParentFunc(p);
+        for (const auto& p : readStringArray(parents, "funcParents", w)) {
+            requireName(ruvo::NameKind::Function, p, "funcParents", w);
+            f.addParentFunc(p);
+        }
     }
 
-    const cJSON* params = requireItem(item, "funcParams", w);
-    if (!cJSON_IsArray(params)) throw ConfigError(what + ": key \"funcParams\" is not an array");
+    const cJSON* params = ruvo::arrayOf(requireItem(item, "funcParams", w), "funcParams", w);
     std::list<Parameter> list;
-    const int n = cJSON_GetArraySize(params);
-    for (int i = 0; i < n; ++i) list.push_back(parsParmJson(cJSON_GetArrayItem(params, i)));
-    f.setParamList(list);
+    ruvo::forEachItem(params, [&](const cJSON* p) { list.push_back(parsParmJson(p)); });
+    readKey("funcParams", what, [&] { f.setParamList(list); });
     f.setReturnType(parsParmJson(requireItem(item, "funcReturn", w)));
 
     const cJSON* type = cJSON_GetObjectItem(item, "funcType");
-    if (type != nullptr && type->valueint == FT_APPLET) {
+    if (type != nullptr && ruvo::intOf(type, "funcType", w) == FT_APPLET) {
         f.setSubType(requireInt(item, "funcSubType", w));
         f.setAdditions(readStringArray(requireItem(item, "funcAddition", w), "funcAddition", w));
         for (const auto& h :
              readStringArray(requireItem(item, "funcDependFile", w), "funcDependFile", w)) {
-            f.addDependHead(h);
+            requireHeaderName(h, w);
+            readKey("funcDependFile", what, [&] { f.addDependHead(h); });
         }
         f.setForwardCode(requireString(item, "funcForward", w));
         f.setBackwardCode(requireString(item, "funcBackword", w));
         f.setBodyCode(requireString(item, "funcBodyword", w));
     }
-    return f;
 }
 
 void RuvoCode::serilize(cJSON* code) const {
@@ -427,19 +470,24 @@ void RuvoCode::deserilize(const cJSON* code) {
         log_interface::log_info("Error parsing JSON: %s\n", error ? error : "");
         return;
     }
+    if (!cJSON_IsObject(code)) throw ConfigError("key \"code\" is not an object");
     // Read everything first, so a fault in the file leaves the container as it was.
     std::vector<Parameter> vars;
     if (const cJSON* varList = cJSON_GetObjectItem(code, "varList")) {
-        const int n = cJSON_GetArraySize(varList);
-        for (int i = 0; i < n; ++i) vars.push_back(parsParmJson(cJSON_GetArrayItem(varList, i)));
+        ruvo::forEachItem(ruvo::arrayOf(varList, "varList", "code"), [&](const cJSON* v) {
+            vars.push_back(parsParmJson(v));
+            requireName(ruvo::NameKind::Variable, vars.back().name, "varList", "code");
+        });
     }
     std::map<std::string, RuvoFunction> functions;
     if (const cJSON* funcList = cJSON_GetObjectItem(code, "funcList")) {
-        const int n = cJSON_GetArraySize(funcList);
-        for (int i = 0; i < n; ++i) {
-            RuvoFunction f = parsFuncJson(cJSON_GetArrayItem(funcList, i));
-            functions[f.getName()] = f;
-        }
+        ruvo::forEachItem(ruvo::arrayOf(funcList, "funcList", "code"), [&](const cJSON* item) {
+            if (!cJSON_IsObject(item)) throw ConfigError("key \"funcList\": an entry is not an object");
+            // A later function of the same name replaces the earlier one whole, as addFunc does.
+            auto slot = functions.try_emplace(requireString(item, "funcName", "function"));
+            if (!slot.second) slot.first->second = RuvoFunction();
+            readFuncJson(item, slot.first->second);
+        });
     }
     globalVars.swap(vars);
     funcs.swap(functions);

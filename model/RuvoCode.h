@@ -86,6 +86,7 @@ public:
     static Parameter parsParmJson(const cJSON* item);
     static cJSON* addFuncJson(const RuvoFunction& f);
     static RuvoFunction parsFuncJson(const cJSON* item);
+    static void readFuncJson(const cJSON* item, RuvoFunction& into);
 
 private:
     void deleleFunc(const std::string& name);

@@ -164,7 +164,7 @@ TEST_F(HostileNames, SymlinksPlacedInTheCodeDirectoryAreReplacedNeverFollowed) {
     }
 }
 
-TEST_F(HostileNames, DISABLED_ConfigFileNamingAnAppletOutsideTheProjectIsRefusedWithFileAndKey) {
+TEST_F(HostileNames, ConfigFileNamingAnAppletOutsideTheProjectIsRefusedWithFileAndKey) {
     const std::string code = project + "/good_code";
     fs::create_directories(code);
     const std::string file = code + "/appletCfg.ruvo";
