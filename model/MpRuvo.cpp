@@ -112,12 +112,14 @@ void MpRuvo::destoryMp() {
 }
 
 void MpRuvo::clearContent() {
+    const auto hold = lockModel();
     if (isValid()) InitCode();
 }
 
 // ---- config file ----
 
 bool MpRuvo::serilize(std::string& text) const {
+    const auto hold = lockModel();
     ruvo::JsonPtr root(cJSON_CreateObject());
     if (!root) return false;
     MpInfo::serilize(root.get());
@@ -233,6 +235,7 @@ bool MpRuvo::deseralizeKeyboardEvents(const cJSON* root, KeyEntries& out) {
 }
 
 bool MpRuvo::deserilize(const std::string& path) {
+    const auto hold = lockModel();
     std::string text;
     if (!ruvo::readWholeFile(path, text)) return false;
     ruvo::touchModel();
@@ -256,11 +259,13 @@ bool MpRuvo::deserilize(const std::string& path) {
 // ---- bindings ----
 
 void MpRuvo::insertAdditions(std::string funcPrefix, std::string key, u64 value) {
+    const auto hold = lockModel();
     if (!isValid()) return;
     if (RuvoFunction* f = findFuncPtr(funcPrefix + key)) f->setAdditions({key, hexLower(value)});
 }
 
 void MpRuvo::insertAdditions(std::string funcPrefix, std::string key, std::list<std::string> parts) {
+    const auto hold = lockModel();
     if (!isValid()) return;
     RuvoFunction* f = findFuncPtr(funcPrefix + key);
     if (f == nullptr) return;
@@ -274,6 +279,7 @@ void MpRuvo::insertAdditions(std::string funcPrefix, std::string key, std::list<
 
 int MpRuvo::insertCanBinding(std::map<std::string, u64>& map, const char* prefix,
                              _RuvoFuncType subType, const std::string& key, u64 id) {
+    const auto hold = lockModel();
     ruvo::touchModel();
     map.erase(key);
     map.emplace(key, id);
@@ -286,6 +292,7 @@ int MpRuvo::insertCanBinding(std::map<std::string, u64>& map, const char* prefix
 
 int MpRuvo::updateCanBinding(std::map<std::string, u64>& map, const char* prefix,
                              const std::string& oldKey, const std::string& newKey, u64 id) {
+    const auto hold = lockModel();
     ruvo::touchModel();
     auto entry = map.find(oldKey);
     if (entry == map.end()) return -1;
@@ -309,6 +316,7 @@ int MpRuvo::updateCanBinding(std::map<std::string, u64>& map, const char* prefix
 }
 
 void MpRuvo::removeCanBinding(std::map<std::string, u64>& map, const std::string& key) {
+    const auto hold = lockModel();
     map.erase(key);
     ruvo::touchModel();
     // By the key, not the function name: the event function stays unless the caller names it.
@@ -316,6 +324,7 @@ void MpRuvo::removeCanBinding(std::map<std::string, u64>& map, const std::string
 }
 
 void MpRuvo::clearCanBindings(std::map<std::string, u64>& map, _RuvoFuncType subType) {
+    const auto hold = lockModel();
     for (const auto& entry : map) removeMpFunc(keyToFunName(entry.first, subType));
     map.clear();
     ruvo::touchModel();
@@ -349,6 +358,7 @@ void MpRuvo::removePreSendCANId(std::string key) { removeCanBinding(preSendCANId
 void MpRuvo::clearPreSendCANId() { clearCanBindings(preSendCANIds, RFT_CAN_PRE_SEND); }
 
 int MpRuvo::insertKeyboardEvent(const std::string& key, const std::list<std::string>& parts) {
+    const auto hold = lockModel();
     keyboardEvents.emplace(key, parts);  // a present key keeps its old parts
     const RuvoFunction f = createFunc(kShortcutPrefix + key, RFT_KEYBOARD, {});
     if (!f.isValid()) return -1;
@@ -359,6 +369,7 @@ int MpRuvo::insertKeyboardEvent(const std::string& key, const std::list<std::str
 
 int MpRuvo::updateKeyboardEvent(const std::string& oldKey, const std::string& newKey,
                                 std::list<std::string> parts) {
+    const auto hold = lockModel();
     if (keyboardEvents.find(oldKey) == keyboardEvents.end()) return -1;
     removeKeyboardEvent(oldKey);
     if (const RuvoFunction* old = findFuncPtr(kShortcutPrefix + oldKey)) {
@@ -375,11 +386,13 @@ int MpRuvo::updateKeyboardEvent(const std::string& oldKey, const std::string& ne
 }
 
 void MpRuvo::removeKeyboardEvent(std::string key) {
+    const auto hold = lockModel();
     keyboardEvents.erase(key);
     removeMpFunc(key);
 }
 
 void MpRuvo::clearKeyboardEvent() {
+    const auto hold = lockModel();
     std::vector<std::string> keys;
     for (const auto& entry : keyboardEvents) keys.push_back(entry.first);
     for (const auto& key : keys) {
@@ -389,11 +402,13 @@ void MpRuvo::clearKeyboardEvent() {
 }
 
 int MpRuvo::insertTimer(const std::string& key, u64 interval) {
+    const auto hold = lockModel();
     timers[key] = interval;
     return 0;
 }
 
 int MpRuvo::updateTimer(const std::string& oldKey, const std::string& newKey, u64 interval) {
+    const auto hold = lockModel();
     if (timers.find(oldKey) == timers.end()) return -1;
     timers.erase(oldKey);
     timers.emplace(newKey, interval);
@@ -413,21 +428,25 @@ int MpRuvo::updateTimer(const std::string& oldKey, const std::string& newKey, u6
 }
 
 void MpRuvo::removeTimer(const std::string& key) {
+    const auto hold = lockModel();
     timers.erase(key);
     removeMpFunc(timerFunName(key));
 }
 
 u64 MpRuvo::getTimerInterval(const std::string& key) const {
+    const auto hold = lockModel();
     const auto it = timers.find(key);
     return it == timers.end() ? 0 : it->second;
 }
 
 void MpRuvo::clearTimers() {
+    const auto hold = lockModel();
     // A copy: removeTimer erases the map node the key would otherwise refer to.
     while (!timers.empty()) removeTimer(std::string(timers.begin()->first));
 }
 
 void MpRuvo::removeFunctionsOfSubType(int subType) {
+    const auto hold = lockModel();
     for (const auto& f : getFuncList()) {
         if (f.getSubType() == subType) removeMpFunc(f.getName());
     }
@@ -437,6 +456,7 @@ void MpRuvo::clearStartEvents() { removeFunctionsOfSubType(RFT_PREV_EVENT); }
 void MpRuvo::clearStopEvents() { removeFunctionsOfSubType(RFT_POST_EVENT); }
 
 void MpRuvo::clearRuvoFunction() {
+    const auto hold = lockModel();
     clearKeyboardEvent();
     clearRecvCANId();
     clearSendCANId();

@@ -38,10 +38,14 @@ public:
     bool deserilize(const std::string& path);
 
     int setEditType(_RuvoEditType t) {
+        const auto hold = lockModel();
         editType = t;
         return 0;
     }
-    _RuvoEditType getEditType() const { return editType; }
+    _RuvoEditType getEditType() const {
+        const auto hold = lockModel();
+        return editType;
+    }
     void clearContent();
     void setLogCallBack(RuvoLogCallBack cb) { logCallBack = cb; }
     RuvoLogCallBack getLogCallBack() const { return logCallBack; }
@@ -60,25 +64,40 @@ public:
     int updateKeyboardEvent(const std::string& oldKey, const std::string& newKey,
                             std::list<std::string> parts);
     void removeKeyboardEvent(std::string key);
-    bool isEmptyKeyboardEvent() const { return keyboardEvents.empty(); }
+    bool isEmptyKeyboardEvent() const {
+        const auto hold = lockModel();
+        return keyboardEvents.empty();
+    }
     void clearKeyboardEvent();
-    std::map<std::string, std::list<std::string>> getKeyboardEvents() const { return keyboardEvents; }
+    std::map<std::string, std::list<std::string>> getKeyboardEvents() const {
+        const auto hold = lockModel();
+        return keyboardEvents;
+    }
 
     // CAN bindings: event name to CAN id.
     int insertRecvCANId(std::string key, u64 id);
     int updateRecvCANId(const std::string& oldKey, const std::string& newKey, u64 id);
     void removeRecvCANId(std::string key);
-    std::map<std::string, u64> getRecvCANId() const { return recvCANIds; }
+    std::map<std::string, u64> getRecvCANId() const {
+        const auto hold = lockModel();
+        return recvCANIds;
+    }
     void clearRecvCANId();
     int insertSendCANId(std::string key, u64 id);
     int updateSendCANId(const std::string& oldKey, const std::string& newKey, u64 id);
     void removeSendCANId(std::string key);
-    std::map<std::string, u64> getSendCANId() const { return sendCANIds; }
+    std::map<std::string, u64> getSendCANId() const {
+        const auto hold = lockModel();
+        return sendCANIds;
+    }
     void clearSendCANId();
     int insertPreSendCANId(std::string key, u64 id);
     int updatePreSendCANId(const std::string& oldKey, const std::string& newKey, u64 id);
     void removePreSendCANId(std::string key);
-    std::map<std::string, u64> getPreSendCANId() const { return preSendCANIds; }
+    std::map<std::string, u64> getPreSendCANId() const {
+        const auto hold = lockModel();
+        return preSendCANIds;
+    }
     void clearPreSendCANId();
 
     // Timers: name to interval. insertTimer makes no function; the SDK call does.
@@ -86,6 +105,7 @@ public:
     int updateTimer(const std::string& oldKey, const std::string& newKey, u64 interval);
     void removeTimer(const std::string& key);
     u64 getTimerInterval(const std::string& key) const;
+    // The map itself: hold lockModel() while using it on a thread other than the editor's.
     std::map<std::string, u64>& getTimers() { return timers; }
     void clearTimers();
 

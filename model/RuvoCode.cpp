@@ -24,6 +24,7 @@ RuvoCode::RuvoCode() {
 }
 
 void RuvoCode::InitCode() {
+    const auto hold = lockModel();
     tailCode.clear();
     headCode =
         "#include <stdio.h>\n"
@@ -35,6 +36,7 @@ void RuvoCode::InitCode() {
 }
 
 void RuvoCode::getGlobalVar(const char* name, _KelnVar& out) const {
+    const auto hold = lockModel();
     if (name == nullptr) return;
     for (const auto& v : globalVars) {
         if (std::strcmp(v.name, name) == 0) {
@@ -45,6 +47,7 @@ void RuvoCode::getGlobalVar(const char* name, _KelnVar& out) const {
 }
 
 int RuvoCode::updateGlobalVar(const char* name, _KelnVar& var) {
+    const auto hold = lockModel();
     if (name == nullptr) return -1;
     for (auto& v : globalVars) {
         if (std::strcmp(v.name, name) == 0) {
@@ -56,6 +59,7 @@ int RuvoCode::updateGlobalVar(const char* name, _KelnVar& var) {
 }
 
 void RuvoCode::delGlobalVar(const char* name) {
+    const auto hold = lockModel();
     if (name == nullptr) return;
     for (auto it = globalVars.begin(); it != globalVars.end(); ++it) {
         if (std::strcmp(it->name, name) == 0) {
@@ -66,13 +70,27 @@ void RuvoCode::delGlobalVar(const char* name) {
 }
 
 std::list<RuvoFunction> RuvoCode::getFuncList() const {
+    const auto hold = lockModel();
     std::list<RuvoFunction> out;
     for (const auto& entry : funcs) out.push_back(entry.second);
     return out;
 }
 
+RuvoCode::RuvoCode(const RuvoCode& other) {
+    const auto hold = other.lockModel();
+    globalVars = other.globalVars;
+    funcs = other.funcs;
+    reservedText1 = other.reservedText1;
+    reservedText2 = other.reservedText2;
+    headCode = other.headCode;
+    tailCode = other.tailCode;
+}
+
 RuvoCode& RuvoCode::operator=(const RuvoCode& other) {
     if (this != &other) {
+        std::unique_lock<std::recursive_mutex> mine(modelMutex, std::defer_lock);
+        std::unique_lock<std::recursive_mutex> theirs(other.modelMutex, std::defer_lock);
+        std::lock(mine, theirs);
         globalVars = other.globalVars;
         funcs = other.funcs;
         reservedText1 = other.reservedText1;
@@ -85,16 +103,19 @@ RuvoCode& RuvoCode::operator=(const RuvoCode& other) {
 }
 
 void RuvoCode::addFunc(const RuvoFunction& function) {
+    const auto hold = lockModel();
     funcs[function.getName()] = function;
     ruvo::touchModel();
 }
 
 void RuvoCode::deleleFunc(const std::string& name) {
+    const auto hold = lockModel();
     funcs.erase(name);
     ruvo::touchModel();
 }
 
 void RuvoCode::clearFuncList() {
+    const auto hold = lockModel();
     funcs.clear();
     ruvo::touchModel();
 }
@@ -106,6 +127,7 @@ void RuvoCode::removeFunc(const char* name) {
 void RuvoCode::deleteFuncByNode(const std::string& name) { deleleFunc(name); }
 
 RuvoFunction RuvoCode::findFunc(const std::string& name) const {
+    const auto hold = lockModel();
     const auto it = funcs.find(name);
     if (it == funcs.end()) {
         RuvoFunction invalid;
@@ -116,21 +138,25 @@ RuvoFunction RuvoCode::findFunc(const std::string& name) const {
 }
 
 RuvoFunction* RuvoCode::findFuncPtr(const std::string& name) {
+    const auto hold = lockModel();
     ruvo::touchModel();  // the caller may change name or sub type through the pointer
     const auto it = funcs.find(name);
     return it == funcs.end() ? nullptr : &it->second;
 }
 
 const RuvoFunction* RuvoCode::findFuncPtr(const std::string& name) const {
+    const auto hold = lockModel();
     const auto it = funcs.find(name);
     return it == funcs.end() ? nullptr : &it->second;
 }
 
 void RuvoCode::setFunctionInfo(const _KelnFunction& record) {
+    const auto hold = lockModel();
     if (RuvoFunction* f = findFuncPtr(record.name)) f->setFunInfo(record);
 }
 
 bool RuvoCode::setFuncBodyCode(const std::string& name, const std::string& body) {
+    const auto hold = lockModel();
     RuvoFunction* f = findFuncPtr(name);
     if (f == nullptr) return false;
     f->setBodyCode(body);
@@ -138,28 +164,33 @@ bool RuvoCode::setFuncBodyCode(const std::string& name, const std::string& body)
 }
 
 void RuvoCode::addFuncDepend(const std::string& from, const char* to) {
+    const auto hold = lockModel();
     if (to == nullptr) return;
     if (RuvoFunction* f = findFuncPtr(from)) f->addDependFunc(to);
     if (RuvoFunction* t = findFuncPtr(to)) t->addParentFunc(from);
 }
 
 void RuvoCode::removeFuncDepend(const std::string& from, const char* to) {
+    const auto hold = lockModel();
     if (to == nullptr) return;
     if (RuvoFunction* f = findFuncPtr(from)) f->removeDependFunc(to);
     if (RuvoFunction* t = findFuncPtr(to)) t->removeParentFunc(from);
 }
 
 int RuvoCode::getAdditionsSize(const std::string& name) const {
+    const auto hold = lockModel();
     const RuvoFunction* f = findFuncPtr(name);
     return f ? f->getAdditionCount() : 0;
 }
 
 std::vector<std::string> RuvoCode::getAdditions(const std::string& name) const {
+    const auto hold = lockModel();
     const RuvoFunction* f = findFuncPtr(name);
     return f ? f->getAdditions() : std::vector<std::string>();
 }
 
 std::string RuvoCode::getMainPort() const {
+    const auto hold = lockModel();
     for (const auto& entry : funcs) {
         if (entry.second.getMainFuncFlag()) return entry.first;
     }
@@ -188,6 +219,7 @@ bool RuvoCode::visitForCycle(const std::string& name, std::map<std::string, bool
 }
 
 bool RuvoCode::hasCircleFuncDepends() const {
+    const auto hold = lockModel();
     std::set<std::string> visited;
     std::map<std::string, bool> inStack;
     for (const auto& entry : funcs) {
@@ -198,6 +230,7 @@ bool RuvoCode::hasCircleFuncDepends() const {
 }
 
 std::string RuvoCode::get_DefineVars() const {
+    const auto hold = lockModel();
     std::string text;
     for (const auto& v : globalVars) {
         text += v.getDefine();
@@ -208,6 +241,7 @@ std::string RuvoCode::get_DefineVars() const {
 }
 
 std::string RuvoCode::getMainContentH() const {
+    const auto hold = lockModel();
     std::string text = "// 代码生成（只读）\n" + headCode + "\n";
     std::set<std::string> heads;
     for (const auto& entry : funcs) {
@@ -226,6 +260,7 @@ std::string RuvoCode::getMainContentH() const {
 }
 
 std::string RuvoCode::getMainContentCpp() {
+    const auto hold = lockModel();
     std::string text = "// 代码生成（只读）\n";
     text += "#include \"main.h\"\n";
     text += get_DefineVars() + "\n";
@@ -456,6 +491,7 @@ void RuvoCode::readFuncJson(const cJSON* item, RuvoFunction& f) {
 }
 
 void RuvoCode::serilize(cJSON* code) const {
+    const auto hold = lockModel();
     cJSON* vars = cJSON_CreateArray();
     for (const auto& v : globalVars) cJSON_AddItemToArray(vars, addParamJson(v));
     cJSON_AddItemToObject(code, "varList", vars);
@@ -489,6 +525,7 @@ void RuvoCode::deserilize(const cJSON* code) {
             readFuncJson(item, slot.first->second);
         });
     }
+    const auto hold = lockModel();
     globalVars.swap(vars);
     funcs.swap(functions);
     ruvo::touchModel();
