@@ -220,12 +220,12 @@ bool MpRuvo::deseralizeKeyboardEvents(const cJSON* root, KeyEntries& out) {
                                     ruvo::clipped(key) + "\": " + problem);
         }
         if (!cJSON_IsArray(member)) {
-            throw ruvo::ConfigError("keyboardEvents \"" + key + "\" is not an array");
+            throw ruvo::ConfigError("key \"keyboardEvents\": \"" + key + "\" is not an array");
         }
         std::list<std::string> parts;
         ruvo::forEachItem(member, [&](const cJSON* part) {
             if (!cJSON_IsString(part) || part->valuestring == nullptr) {
-                throw ruvo::ConfigError("keyboardEvents \"" + key + "\" holds a non-string");
+                throw ruvo::ConfigError("key \"keyboardEvents\": \"" + key + "\" holds a non-string");
             }
             parts.emplace_back(part->valuestring);
         });

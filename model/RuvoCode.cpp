@@ -471,9 +471,14 @@ void RuvoCode::readFuncJson(const cJSON* item, RuvoFunction& f) {
 
     const cJSON* params = ruvo::arrayOf(requireItem(item, "funcParams", w), "funcParams", w);
     std::list<Parameter> list;
-    ruvo::forEachItem(params, [&](const cJSON* p) { list.push_back(parsParmJson(p)); });
+    ruvo::forEachItem(params, [&](const cJSON* p) {
+        if (!cJSON_IsObject(p)) throw ConfigError(what + ": key \"funcParams\": an entry is not an object");
+        list.push_back(parsParmJson(p));
+    });
     readKey("funcParams", what, [&] { f.setParamList(list); });
-    f.setReturnType(parsParmJson(requireItem(item, "funcReturn", w)));
+    const cJSON* returned = requireItem(item, "funcReturn", w);
+    if (!cJSON_IsObject(returned)) throw ConfigError(what + ": key \"funcReturn\" is not an object");
+    f.setReturnType(parsParmJson(returned));
 
     const cJSON* type = cJSON_GetObjectItem(item, "funcType");
     if (type != nullptr && ruvo::intOf(type, "funcType", w) == FT_APPLET) {
@@ -511,6 +516,7 @@ void RuvoCode::deserilize(const cJSON* code) {
     std::vector<Parameter> vars;
     if (const cJSON* varList = cJSON_GetObjectItem(code, "varList")) {
         ruvo::forEachItem(ruvo::arrayOf(varList, "varList", "code"), [&](const cJSON* v) {
+            if (!cJSON_IsObject(v)) throw ConfigError("key \"varList\": an entry is not an object");
             vars.push_back(parsParmJson(v));
             requireName(ruvo::NameKind::Variable, vars.back().name, "varList", "code");
         });

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <vector>
@@ -11,11 +12,28 @@ namespace ruvo {
 
 std::string clipped(const std::string& text) {
     constexpr size_t kShown = 64;
-    if (text.size() <= kShown) return text;
-    size_t cut = kShown;
-    // Never cut a UTF-8 sequence in half.
-    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
-    return text.substr(0, cut) + "... (" + std::to_string(text.size()) + " bytes)";
+    size_t cut = text.size();
+    if (cut > kShown) {
+        cut = kShown;
+        // Never cut a UTF-8 sequence in half.
+        while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) --cut;
+    }
+    // One log line whatever the file holds: control characters, quotes and bytes that are
+    // not UTF-8 are shown as \xNN.
+    const bool utf8 = isValidUtf8(text.data(), cut);
+    std::string shown;
+    for (size_t i = 0; i < cut; ++i) {
+        const unsigned char c = static_cast<unsigned char>(text[i]);
+        if (c < 0x20 || c == 0x7F || c == '"' || (!utf8 && c >= 0x80)) {
+            char buffer[8];
+            std::snprintf(buffer, sizeof(buffer), "\\x%02X", c);
+            shown += buffer;
+        } else {
+            shown += static_cast<char>(c);
+        }
+    }
+    if (cut < text.size()) shown += "... (" + std::to_string(text.size()) + " bytes)";
+    return shown;
 }
 
 bool isValidUtf8(const char* text, size_t size) {
