@@ -93,7 +93,12 @@ bool lessNoCase(const char* a, const char* b) {
     }
 }
 
-bool equalNoCase(const char* a, const char* b) { return !lessNoCase(a, b) && !lessNoCase(b, a); }
+bool equalNoCase(const char* a, const char* b) {
+    for (; lower(*a) == lower(*b); ++a, ++b) {
+        if (*a == '\0') return true;
+    }
+    return false;
+}
 bool lessExact(const char* a, const char* b) { return std::strcmp(a, b) < 0; }
 bool equalExact(const char* a, const char* b) { return std::strcmp(a, b) == 0; }
 
