@@ -25,7 +25,10 @@ std::list<std::string> partsOf(const char* const* parts, unsigned count) {
 template <typename F>
 int forward(const char* name, F&& call) {
     auto a = applet(name);
-    return a ? call(*a) : -1;
+    if (a == nullptr) return -1;
+    // Held through the whole call: some calls walk the applet's maps or make several edits.
+    const auto hold = a->lockModel();
+    return call(*a);
 }
 
 // As forward, for calls that bring a new binding key: the key becomes part of a handler name.

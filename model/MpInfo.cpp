@@ -4,6 +4,9 @@
 
 #include <mutex>
 
+#include "model/json_util.h"
+#include "model/names.h"
+
 namespace {
 
 std::mutex& providerMutex() {
@@ -40,13 +43,34 @@ void MpInfo::serilize(cJSON* root) const {
 }
 
 void MpInfo::deseralize(const cJSON* root) {
-    name.clear();
-    if (const cJSON* n = cJSON_GetObjectItem(root, "name")) {
-        if (cJSON_IsString(n) && n->valuestring != nullptr) name = n->valuestring;
+    if (root == nullptr) {  // text that is not JSON: the applet becomes invalid, nothing is raised
+        name.clear();
+        type = AT_INVALID;
+        return;
     }
-    type = AT_INVALID;
-    if (const cJSON* t = cJSON_GetObjectItem(root, "type")) type = static_cast<AppletType>(t->valueint);
+    if (!cJSON_IsObject(root)) throw ruvo::ConfigError("the top level is not a JSON object");
+    // Name and type are checked before the code is read and set after it, so a fault in any
+    // of them leaves all three as they were.
+    const cJSON* n = cJSON_GetObjectItem(root, "name");
+    if (n == nullptr) throw ruvo::ConfigError("missing key \"name\"");
+    if (!cJSON_IsString(n) || n->valuestring == nullptr) {
+        throw ruvo::ConfigError("key \"name\" is not a string");
+    }
+    const std::string newName = n->valuestring;
+    const std::string problem = ruvo::nameProblem(ruvo::NameKind::Applet, newName);
+    if (!problem.empty()) {
+        throw ruvo::ConfigError("key \"name\": invalid applet name \"" + ruvo::clipped(newName) +
+                                "\": " + problem);
+    }
+    AppletType newType = AT_INVALID;
+    if (const cJSON* t = cJSON_GetObjectItem(root, "type")) {
+        const int value = ruvo::intOf(t, "type", "applet");
+        if (value < 0) throw ruvo::ConfigError("applet: key \"type\" is negative");
+        newType = static_cast<AppletType>(value);
+    }
     if (const cJSON* code = cJSON_GetObjectItem(root, "code")) RuvoCode::deserilize(code);
+    name = newName;
+    type = newType;
 }
 
 std::string MpInfo::getResourceCode() const {

@@ -8,6 +8,7 @@
 
 #include "host/log_interface.h"
 #include "model/json_util.h"
+#include "model/names.h"
 #include "model/revision.h"
 #include "model/text_file.h"
 #include "model/type_names.h"
@@ -33,32 +34,48 @@ void addIdArray(cJSON* root, const char* key, const std::map<std::string, u64>& 
     cJSON_AddItemToObject(root, key, array);
 }
 
-// Entries add to what the map holds. "key:value"; the value goes through stoll and so
-// raises the standard conversion errors for a malformed entry.
-bool readIdArray(const cJSON* root, const char* key, std::map<std::string, u64>& map) {
+using IdEntries = std::vector<std::pair<std::string, u64>>;
+
+// "key:value" entries, read in full before any of them is stored. The value goes through
+// stoll and so raises the standard conversion errors for a malformed entry.
+bool readIdArray(const cJSON* root, const char* key, IdEntries& out) {
     const cJSON* array = cJSON_GetObjectItem(root, key);
     if (array == nullptr) return false;
-    const int n = cJSON_GetArraySize(array);
-    for (int i = 0; i < n; ++i) {
-        const cJSON* item = cJSON_GetArrayItem(array, i);
+    ruvo::arrayOf(array, key, "applet");
+    ruvo::forEachItem(array, [&](const cJSON* item) {
         if (!cJSON_IsString(item) || item->valuestring == nullptr) {
             throw ruvo::ConfigError(std::string("key \"") + key + "\" holds a non-string");
         }
         const std::string entry = item->valuestring;
         const size_t colon = entry.find(':');
-        const std::string left = entry.substr(0, colon);
+        std::string left = entry.substr(0, colon);
         const std::string right = colon == std::string::npos ? std::string() : entry.substr(colon + 1);
+        long long value = 0;
         try {
-            map[left] = static_cast<u64>(std::stoll(right, nullptr, 10));
+            value = std::stoll(right, nullptr, 10);
         } catch (const std::invalid_argument&) {
-            throw std::invalid_argument(std::string("key \"") + key + "\": entry \"" + entry +
-                                        "\" has no number after ':' (stoll)");
+            throw std::invalid_argument(std::string("key \"") + key + "\": entry \"" +
+                                        ruvo::clipped(entry) + "\" has no number after ':' (stoll)");
         } catch (const std::out_of_range&) {
-            throw std::out_of_range(std::string("key \"") + key + "\": entry \"" + entry +
-                                    "\" is out of range (stoll)");
+            throw std::out_of_range(std::string("key \"") + key + "\": entry \"" +
+                                    ruvo::clipped(entry) + "\" is out of range (stoll)");
         }
-    }
+        if (value < 0) {
+            throw std::out_of_range(std::string("key \"") + key + "\": entry \"" +
+                                    ruvo::clipped(entry) + "\" is negative");
+        }
+        const std::string problem = ruvo::nameProblem(ruvo::NameKind::BindingKey, left);
+        if (!problem.empty()) {
+            throw ruvo::ConfigError(std::string("key \"") + key + "\": invalid binding key name \"" +
+                                    ruvo::clipped(left) + "\": " + problem);
+        }
+        out.emplace_back(std::move(left), static_cast<u64>(value));
+    });
     return true;
+}
+
+void addEntries(std::map<std::string, u64>& map, const IdEntries& entries) {
+    for (const auto& e : entries) map[e.first] = e.second;
 }
 
 std::string hexLower(u64 value) {
@@ -97,12 +114,14 @@ void MpRuvo::destoryMp() {
 }
 
 void MpRuvo::clearContent() {
+    const auto hold = lockModel();
     if (isValid()) InitCode();
 }
 
 // ---- config file ----
 
 bool MpRuvo::serilize(std::string& text) const {
+    const auto hold = lockModel();
     ruvo::JsonPtr root(cJSON_CreateObject());
     if (!root) return false;
     MpInfo::serilize(root.get());
@@ -155,62 +174,72 @@ bool MpRuvo::serialize(const std::string& path) {
 
 bool MpRuvo::deseralize(const std::string& text) {
     ruvo::JsonPtr root(cJSON_Parse(text.c_str()));
-    MpInfo::deseralize(root.get());
-    if (const cJSON* e = cJSON_GetObjectItem(root.get(), "editType")) {
-        editType = static_cast<_RuvoEditType>(e->valueint);
+    if (!root) {
+        MpInfo::deseralize(nullptr);
+        return false;
     }
-    deseralizeKeyboardEvents(root.get());
-    deseralizeRecvCANIds(root.get());
-    deseralizeSendCANIds(root.get());
-    deseralizePreSendCANIds(root.get());
-    deseralizeTimers(root.get());
-    return root != nullptr;
+    // Whole-file checks first: the text is UTF-8 (one fast pass; the tree is searched for the
+    // key only when it is not) and no object names a key twice.
+    const bool textIsUtf8 = ruvo::isValidUtf8(text.data(), text.size());
+    ruvo::checkTree(root.get(), "keyboardEvents", !textIsUtf8);
+    if (!textIsUtf8) throw ruvo::ConfigError("the text is not valid UTF-8");
+
+    // Everything is read before anything is stored: a fault leaves the applet as it was.
+    const cJSON* edit = cJSON_GetObjectItem(root.get(), "editType");
+    const int newEditType = edit ? ruvo::intOf(edit, "editType", "applet") : 0;
+    std::vector<std::pair<std::string, std::list<std::string>>> keys;
+    deseralizeKeyboardEvents(root.get(), keys);
+    IdEntries recv, send, preSend, timerEntries;
+    readIdArray(root.get(), "recvCANIds", recv);
+    readIdArray(root.get(), "sendCANIds", send);
+    readIdArray(root.get(), "preSendCANIds", preSend);
+    readIdArray(root.get(), "timers", timerEntries);
+    MpInfo::deseralize(root.get());
+
+    if (edit != nullptr) editType = static_cast<_RuvoEditType>(newEditType);
+    for (auto& k : keys) {
+        if (k.second.empty()) continue;  // a key with no parts adds no entry
+        auto& parts = keyboardEvents[k.first];
+        parts.splice(parts.end(), k.second);
+    }
+    addEntries(recvCANIds, recv);
+    addEntries(sendCANIds, send);
+    addEntries(preSendCANIds, preSend);
+    addEntries(timers, timerEntries);
+    return true;
 }
 
-bool MpRuvo::deseralizeKeyboardEvents(const cJSON* root) {
+bool MpRuvo::deseralizeKeyboardEvents(const cJSON* root, KeyEntries& out) {
     const cJSON* events = cJSON_GetObjectItem(root, "keyboardEvents");
     if (events == nullptr) return false;
+    if (!cJSON_IsObject(events)) throw ruvo::ConfigError("key \"keyboardEvents\" is not an object");
     for (const cJSON* member = events->child; member != nullptr; member = member->next) {
         if (member->string == nullptr) continue;
-        const int n = cJSON_GetArraySize(member);
-        for (int i = 0; i < n; ++i) {
-            const cJSON* part = cJSON_GetArrayItem(member, i);
-            if (!cJSON_IsString(part) || part->valuestring == nullptr) {
-                throw ruvo::ConfigError(std::string("keyboardEvents \"") + member->string +
-                                        "\" holds a non-string");
-            }
-            keyboardEvents[member->string].push_back(part->valuestring);
+        const std::string key = member->string;
+        const std::string problem = ruvo::nameProblem(ruvo::NameKind::BindingKey, key);
+        if (!problem.empty()) {
+            throw ruvo::ConfigError("key \"keyboardEvents\": invalid binding key name \"" +
+                                    ruvo::clipped(key) + "\": " + problem);
         }
+        if (!cJSON_IsArray(member)) {
+            throw ruvo::ConfigError("key \"keyboardEvents\": \"" + key + "\" is not an array");
+        }
+        std::list<std::string> parts;
+        ruvo::forEachItem(member, [&](const cJSON* part) {
+            if (!cJSON_IsString(part) || part->valuestring == nullptr) {
+                throw ruvo::ConfigError("key \"keyboardEvents\": \"" + key + "\" holds a non-string");
+            }
+            parts.emplace_back(part->valuestring);
+        });
+        out.emplace_back(key, std::move(parts));
     }
     return true;
 }
 
-bool MpRuvo::deseralizeRecvCANIds(const cJSON* root) { return readIdArray(root, "recvCANIds", recvCANIds); }
-bool MpRuvo::deseralizeSendCANIds(const cJSON* root) { return readIdArray(root, "sendCANIds", sendCANIds); }
-bool MpRuvo::deseralizePreSendCANIds(const cJSON* root) {
-    return readIdArray(root, "preSendCANIds", preSendCANIds);
-}
-bool MpRuvo::deseralizeTimers(const cJSON* root) { return readIdArray(root, "timers", timers); }
-
 bool MpRuvo::deserilize(const std::string& path) {
+    const auto hold = lockModel();
     std::string text;
     if (!ruvo::readWholeFile(path, text)) return false;
-    // A fault half-way through must not leave a half-loaded applet behind.
-    const MpInfo savedInfo = *this;
-    const auto savedKeys = keyboardEvents;
-    const auto savedRecv = recvCANIds, savedSend = sendCANIds, savedPre = preSendCANIds;
-    const auto savedTimers = timers;
-    const _RuvoEditType savedEdit = editType;
-    auto restore = [&] {
-        static_cast<MpInfo&>(*this) = savedInfo;
-        keyboardEvents = savedKeys;
-        recvCANIds = savedRecv;
-        sendCANIds = savedSend;
-        preSendCANIds = savedPre;
-        timers = savedTimers;
-        editType = savedEdit;
-        ruvo::touchModel();
-    };
     ruvo::touchModel();
     try {
         if (!deseralize(text)) {
@@ -218,31 +247,27 @@ bool MpRuvo::deserilize(const std::string& path) {
             log_interface::log_error("%s is not valid JSON (near \"%.32s\"); the applet is invalid",
                                      path.c_str(), near ? near : "");
         }
-        ruvo::touchModel();
     } catch (const ruvo::ConfigError& e) {
-        restore();
         throw ruvo::ConfigError(path + ": " + e.what());
     } catch (const std::invalid_argument& e) {
-        restore();
         throw std::invalid_argument(path + ": " + e.what());
     } catch (const std::out_of_range& e) {
-        restore();
         throw std::out_of_range(path + ": " + e.what());
-    } catch (...) {
-        restore();
-        throw;
     }
+    ruvo::touchModel();
     return true;
 }
 
 // ---- bindings ----
 
 void MpRuvo::insertAdditions(std::string funcPrefix, std::string key, u64 value) {
+    const auto hold = lockModel();
     if (!isValid()) return;
     if (RuvoFunction* f = findFuncPtr(funcPrefix + key)) f->setAdditions({key, hexLower(value)});
 }
 
 void MpRuvo::insertAdditions(std::string funcPrefix, std::string key, std::list<std::string> parts) {
+    const auto hold = lockModel();
     if (!isValid()) return;
     RuvoFunction* f = findFuncPtr(funcPrefix + key);
     if (f == nullptr) return;
@@ -256,6 +281,7 @@ void MpRuvo::insertAdditions(std::string funcPrefix, std::string key, std::list<
 
 int MpRuvo::insertCanBinding(std::map<std::string, u64>& map, const char* prefix,
                              _RuvoFuncType subType, const std::string& key, u64 id) {
+    const auto hold = lockModel();
     ruvo::touchModel();
     map.erase(key);
     map.emplace(key, id);
@@ -268,6 +294,7 @@ int MpRuvo::insertCanBinding(std::map<std::string, u64>& map, const char* prefix
 
 int MpRuvo::updateCanBinding(std::map<std::string, u64>& map, const char* prefix,
                              const std::string& oldKey, const std::string& newKey, u64 id) {
+    const auto hold = lockModel();
     ruvo::touchModel();
     auto entry = map.find(oldKey);
     if (entry == map.end()) return -1;
@@ -291,6 +318,7 @@ int MpRuvo::updateCanBinding(std::map<std::string, u64>& map, const char* prefix
 }
 
 void MpRuvo::removeCanBinding(std::map<std::string, u64>& map, const std::string& key) {
+    const auto hold = lockModel();
     map.erase(key);
     ruvo::touchModel();
     // By the key, not the function name: the event function stays unless the caller names it.
@@ -298,6 +326,7 @@ void MpRuvo::removeCanBinding(std::map<std::string, u64>& map, const std::string
 }
 
 void MpRuvo::clearCanBindings(std::map<std::string, u64>& map, _RuvoFuncType subType) {
+    const auto hold = lockModel();
     for (const auto& entry : map) removeMpFunc(keyToFunName(entry.first, subType));
     map.clear();
     ruvo::touchModel();
@@ -331,6 +360,7 @@ void MpRuvo::removePreSendCANId(std::string key) { removeCanBinding(preSendCANId
 void MpRuvo::clearPreSendCANId() { clearCanBindings(preSendCANIds, RFT_CAN_PRE_SEND); }
 
 int MpRuvo::insertKeyboardEvent(const std::string& key, const std::list<std::string>& parts) {
+    const auto hold = lockModel();
     keyboardEvents.emplace(key, parts);  // a present key keeps its old parts
     const RuvoFunction f = createFunc(kShortcutPrefix + key, RFT_KEYBOARD, {});
     if (!f.isValid()) return -1;
@@ -341,6 +371,7 @@ int MpRuvo::insertKeyboardEvent(const std::string& key, const std::list<std::str
 
 int MpRuvo::updateKeyboardEvent(const std::string& oldKey, const std::string& newKey,
                                 std::list<std::string> parts) {
+    const auto hold = lockModel();
     if (keyboardEvents.find(oldKey) == keyboardEvents.end()) return -1;
     removeKeyboardEvent(oldKey);
     if (const RuvoFunction* old = findFuncPtr(kShortcutPrefix + oldKey)) {
@@ -357,11 +388,13 @@ int MpRuvo::updateKeyboardEvent(const std::string& oldKey, const std::string& ne
 }
 
 void MpRuvo::removeKeyboardEvent(std::string key) {
+    const auto hold = lockModel();
     keyboardEvents.erase(key);
     removeMpFunc(key);
 }
 
 void MpRuvo::clearKeyboardEvent() {
+    const auto hold = lockModel();
     std::vector<std::string> keys;
     for (const auto& entry : keyboardEvents) keys.push_back(entry.first);
     for (const auto& key : keys) {
@@ -371,11 +404,13 @@ void MpRuvo::clearKeyboardEvent() {
 }
 
 int MpRuvo::insertTimer(const std::string& key, u64 interval) {
+    const auto hold = lockModel();
     timers[key] = interval;
     return 0;
 }
 
 int MpRuvo::updateTimer(const std::string& oldKey, const std::string& newKey, u64 interval) {
+    const auto hold = lockModel();
     if (timers.find(oldKey) == timers.end()) return -1;
     timers.erase(oldKey);
     timers.emplace(newKey, interval);
@@ -395,21 +430,25 @@ int MpRuvo::updateTimer(const std::string& oldKey, const std::string& newKey, u6
 }
 
 void MpRuvo::removeTimer(const std::string& key) {
+    const auto hold = lockModel();
     timers.erase(key);
     removeMpFunc(timerFunName(key));
 }
 
 u64 MpRuvo::getTimerInterval(const std::string& key) const {
+    const auto hold = lockModel();
     const auto it = timers.find(key);
     return it == timers.end() ? 0 : it->second;
 }
 
 void MpRuvo::clearTimers() {
+    const auto hold = lockModel();
     // A copy: removeTimer erases the map node the key would otherwise refer to.
     while (!timers.empty()) removeTimer(std::string(timers.begin()->first));
 }
 
 void MpRuvo::removeFunctionsOfSubType(int subType) {
+    const auto hold = lockModel();
     for (const auto& f : getFuncList()) {
         if (f.getSubType() == subType) removeMpFunc(f.getName());
     }
@@ -419,6 +458,7 @@ void MpRuvo::clearStartEvents() { removeFunctionsOfSubType(RFT_PREV_EVENT); }
 void MpRuvo::clearStopEvents() { removeFunctionsOfSubType(RFT_POST_EVENT); }
 
 void MpRuvo::clearRuvoFunction() {
+    const auto hold = lockModel();
     clearKeyboardEvent();
     clearRecvCANId();
     clearSendCANId();

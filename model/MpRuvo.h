@@ -4,6 +4,8 @@
 #include <list>
 #include <map>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "model/MpInfo.h"
 #include "model/MpLoader.h"
@@ -33,14 +35,18 @@ public:
     // False for an invalid applet or a failed write; a file that cannot be opened is skipped.
     bool serialize(const std::string& path);
     // Loads a config file over this applet. False if it does not open. A fault in the file
-    // raises an exception naming the file and leaves the applet as it was.
+    // raises an exception naming the file and the key, and leaves the applet as it was.
     bool deserilize(const std::string& path);
 
     int setEditType(_RuvoEditType t) {
+        const auto hold = lockModel();
         editType = t;
         return 0;
     }
-    _RuvoEditType getEditType() const { return editType; }
+    _RuvoEditType getEditType() const {
+        const auto hold = lockModel();
+        return editType;
+    }
     void clearContent();
     void setLogCallBack(RuvoLogCallBack cb) { logCallBack = cb; }
     RuvoLogCallBack getLogCallBack() const { return logCallBack; }
@@ -59,25 +65,40 @@ public:
     int updateKeyboardEvent(const std::string& oldKey, const std::string& newKey,
                             std::list<std::string> parts);
     void removeKeyboardEvent(std::string key);
-    bool isEmptyKeyboardEvent() const { return keyboardEvents.empty(); }
+    bool isEmptyKeyboardEvent() const {
+        const auto hold = lockModel();
+        return keyboardEvents.empty();
+    }
     void clearKeyboardEvent();
-    std::map<std::string, std::list<std::string>> getKeyboardEvents() const { return keyboardEvents; }
+    std::map<std::string, std::list<std::string>> getKeyboardEvents() const {
+        const auto hold = lockModel();
+        return keyboardEvents;
+    }
 
     // CAN bindings: event name to CAN id.
     int insertRecvCANId(std::string key, u64 id);
     int updateRecvCANId(const std::string& oldKey, const std::string& newKey, u64 id);
     void removeRecvCANId(std::string key);
-    std::map<std::string, u64> getRecvCANId() const { return recvCANIds; }
+    std::map<std::string, u64> getRecvCANId() const {
+        const auto hold = lockModel();
+        return recvCANIds;
+    }
     void clearRecvCANId();
     int insertSendCANId(std::string key, u64 id);
     int updateSendCANId(const std::string& oldKey, const std::string& newKey, u64 id);
     void removeSendCANId(std::string key);
-    std::map<std::string, u64> getSendCANId() const { return sendCANIds; }
+    std::map<std::string, u64> getSendCANId() const {
+        const auto hold = lockModel();
+        return sendCANIds;
+    }
     void clearSendCANId();
     int insertPreSendCANId(std::string key, u64 id);
     int updatePreSendCANId(const std::string& oldKey, const std::string& newKey, u64 id);
     void removePreSendCANId(std::string key);
-    std::map<std::string, u64> getPreSendCANId() const { return preSendCANIds; }
+    std::map<std::string, u64> getPreSendCANId() const {
+        const auto hold = lockModel();
+        return preSendCANIds;
+    }
     void clearPreSendCANId();
 
     // Timers: name to interval. insertTimer makes no function; the SDK call does.
@@ -85,6 +106,7 @@ public:
     int updateTimer(const std::string& oldKey, const std::string& newKey, u64 interval);
     void removeTimer(const std::string& key);
     u64 getTimerInterval(const std::string& key) const;
+    // The map itself: hold lockModel() while using it on a thread other than the editor's.
     std::map<std::string, u64>& getTimers() { return timers; }
     void clearTimers();
 
@@ -110,11 +132,9 @@ private:
     void serilizeSendCANIds(cJSON* root) const;
     void serilizePreSendCANIds(cJSON* root) const;
     void serilizeTimers(cJSON* root) const;
-    bool deseralizeKeyboardEvents(const cJSON* root);
-    bool deseralizeRecvCANIds(const cJSON* root);
-    bool deseralizeSendCANIds(const cJSON* root);
-    bool deseralizePreSendCANIds(const cJSON* root);
-    bool deseralizeTimers(const cJSON* root);
+    using KeyEntries = std::vector<std::pair<std::string, std::list<std::string>>>;
+    // Reads the shortcut bindings of the file without storing them.
+    bool deseralizeKeyboardEvents(const cJSON* root, KeyEntries& out);
 
     enum class Layout { Single, Multi, SingleAndMulti, Combined };
     bool writeGeneratedFiles(Layout layout, const std::string& path);

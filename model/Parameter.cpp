@@ -1,10 +1,12 @@
 #include "model/Parameter.h"
 
 #include <cctype>
+#include <cmath>
 #include <cstring>
 #include <sstream>
 #include <stdexcept>
 
+#include "model/json_util.h"
 #include "model/type_names.h"
 
 namespace {
@@ -50,7 +52,7 @@ void Parameter::stringToChar(const std::string& s, char* out, int size, const ch
         return;
     }
     if (s.size() + 1 > static_cast<size_t>(size)) {
-        throw std::invalid_argument(std::string(field) + ": \"" + s + "\" is " +
+        throw std::invalid_argument(std::string(field) + ": \"" + ruvo::clipped(s) + "\" is " +
                                     std::to_string(s.size()) + " bytes, the limit is " +
                                     std::to_string(size - 1));
     }
@@ -88,6 +90,10 @@ void Parameter::setValueStr(const std::string& text) {
         }
         case 11: case 12: {
             const double v = std::stod(text);
+            // "nan" and "inf" convert, but no C++ initializer spells them.
+            if (!std::isfinite(v)) {
+                throw std::invalid_argument("\"" + ruvo::clipped(text) + "\" is not a finite number");
+            }
             std::memset(value, 0, sizeof(value));
             std::memcpy(value, &v, sizeof(v));
             break;

@@ -7,11 +7,13 @@
 
 #include "host/log_interface.h"
 #include "model/json_util.h"
+#include "model/names.h"
 #include "model/revision.h"
 #include "model/text_file.h"
 #include "model/type_names.h"
 
 using ruvo::ConfigError;
+using ruvo::requireInt;
 using ruvo::requireItem;
 using ruvo::requireString;
 
@@ -22,6 +24,7 @@ RuvoCode::RuvoCode() {
 }
 
 void RuvoCode::InitCode() {
+    const auto hold = lockModel();
     tailCode.clear();
     headCode =
         "#include <stdio.h>\n"
@@ -33,6 +36,7 @@ void RuvoCode::InitCode() {
 }
 
 void RuvoCode::getGlobalVar(const char* name, _KelnVar& out) const {
+    const auto hold = lockModel();
     if (name == nullptr) return;
     for (const auto& v : globalVars) {
         if (std::strcmp(v.name, name) == 0) {
@@ -43,6 +47,7 @@ void RuvoCode::getGlobalVar(const char* name, _KelnVar& out) const {
 }
 
 int RuvoCode::updateGlobalVar(const char* name, _KelnVar& var) {
+    const auto hold = lockModel();
     if (name == nullptr) return -1;
     for (auto& v : globalVars) {
         if (std::strcmp(v.name, name) == 0) {
@@ -54,6 +59,7 @@ int RuvoCode::updateGlobalVar(const char* name, _KelnVar& var) {
 }
 
 void RuvoCode::delGlobalVar(const char* name) {
+    const auto hold = lockModel();
     if (name == nullptr) return;
     for (auto it = globalVars.begin(); it != globalVars.end(); ++it) {
         if (std::strcmp(it->name, name) == 0) {
@@ -64,13 +70,27 @@ void RuvoCode::delGlobalVar(const char* name) {
 }
 
 std::list<RuvoFunction> RuvoCode::getFuncList() const {
+    const auto hold = lockModel();
     std::list<RuvoFunction> out;
     for (const auto& entry : funcs) out.push_back(entry.second);
     return out;
 }
 
+RuvoCode::RuvoCode(const RuvoCode& other) {
+    const auto hold = other.lockModel();
+    globalVars = other.globalVars;
+    funcs = other.funcs;
+    reservedText1 = other.reservedText1;
+    reservedText2 = other.reservedText2;
+    headCode = other.headCode;
+    tailCode = other.tailCode;
+}
+
 RuvoCode& RuvoCode::operator=(const RuvoCode& other) {
     if (this != &other) {
+        std::unique_lock<std::recursive_mutex> mine(modelMutex, std::defer_lock);
+        std::unique_lock<std::recursive_mutex> theirs(other.modelMutex, std::defer_lock);
+        std::lock(mine, theirs);
         globalVars = other.globalVars;
         funcs = other.funcs;
         reservedText1 = other.reservedText1;
@@ -83,16 +103,19 @@ RuvoCode& RuvoCode::operator=(const RuvoCode& other) {
 }
 
 void RuvoCode::addFunc(const RuvoFunction& function) {
+    const auto hold = lockModel();
     funcs[function.getName()] = function;
     ruvo::touchModel();
 }
 
 void RuvoCode::deleleFunc(const std::string& name) {
+    const auto hold = lockModel();
     funcs.erase(name);
     ruvo::touchModel();
 }
 
 void RuvoCode::clearFuncList() {
+    const auto hold = lockModel();
     funcs.clear();
     ruvo::touchModel();
 }
@@ -104,6 +127,7 @@ void RuvoCode::removeFunc(const char* name) {
 void RuvoCode::deleteFuncByNode(const std::string& name) { deleleFunc(name); }
 
 RuvoFunction RuvoCode::findFunc(const std::string& name) const {
+    const auto hold = lockModel();
     const auto it = funcs.find(name);
     if (it == funcs.end()) {
         RuvoFunction invalid;
@@ -114,21 +138,25 @@ RuvoFunction RuvoCode::findFunc(const std::string& name) const {
 }
 
 RuvoFunction* RuvoCode::findFuncPtr(const std::string& name) {
+    const auto hold = lockModel();
     ruvo::touchModel();  // the caller may change name or sub type through the pointer
     const auto it = funcs.find(name);
     return it == funcs.end() ? nullptr : &it->second;
 }
 
 const RuvoFunction* RuvoCode::findFuncPtr(const std::string& name) const {
+    const auto hold = lockModel();
     const auto it = funcs.find(name);
     return it == funcs.end() ? nullptr : &it->second;
 }
 
 void RuvoCode::setFunctionInfo(const _KelnFunction& record) {
+    const auto hold = lockModel();
     if (RuvoFunction* f = findFuncPtr(record.name)) f->setFunInfo(record);
 }
 
 bool RuvoCode::setFuncBodyCode(const std::string& name, const std::string& body) {
+    const auto hold = lockModel();
     RuvoFunction* f = findFuncPtr(name);
     if (f == nullptr) return false;
     f->setBodyCode(body);
@@ -136,28 +164,33 @@ bool RuvoCode::setFuncBodyCode(const std::string& name, const std::string& body)
 }
 
 void RuvoCode::addFuncDepend(const std::string& from, const char* to) {
+    const auto hold = lockModel();
     if (to == nullptr) return;
     if (RuvoFunction* f = findFuncPtr(from)) f->addDependFunc(to);
     if (RuvoFunction* t = findFuncPtr(to)) t->addParentFunc(from);
 }
 
 void RuvoCode::removeFuncDepend(const std::string& from, const char* to) {
+    const auto hold = lockModel();
     if (to == nullptr) return;
     if (RuvoFunction* f = findFuncPtr(from)) f->removeDependFunc(to);
     if (RuvoFunction* t = findFuncPtr(to)) t->removeParentFunc(from);
 }
 
 int RuvoCode::getAdditionsSize(const std::string& name) const {
+    const auto hold = lockModel();
     const RuvoFunction* f = findFuncPtr(name);
     return f ? f->getAdditionCount() : 0;
 }
 
 std::vector<std::string> RuvoCode::getAdditions(const std::string& name) const {
+    const auto hold = lockModel();
     const RuvoFunction* f = findFuncPtr(name);
     return f ? f->getAdditions() : std::vector<std::string>();
 }
 
 std::string RuvoCode::getMainPort() const {
+    const auto hold = lockModel();
     for (const auto& entry : funcs) {
         if (entry.second.getMainFuncFlag()) return entry.first;
     }
@@ -186,6 +219,7 @@ bool RuvoCode::visitForCycle(const std::string& name, std::map<std::string, bool
 }
 
 bool RuvoCode::hasCircleFuncDepends() const {
+    const auto hold = lockModel();
     std::set<std::string> visited;
     std::map<std::string, bool> inStack;
     for (const auto& entry : funcs) {
@@ -196,6 +230,7 @@ bool RuvoCode::hasCircleFuncDepends() const {
 }
 
 std::string RuvoCode::get_DefineVars() const {
+    const auto hold = lockModel();
     std::string text;
     for (const auto& v : globalVars) {
         text += v.getDefine();
@@ -206,6 +241,7 @@ std::string RuvoCode::get_DefineVars() const {
 }
 
 std::string RuvoCode::getMainContentH() const {
+    const auto hold = lockModel();
     std::string text = "// 代码生成（只读）\n" + headCode + "\n";
     std::set<std::string> heads;
     for (const auto& entry : funcs) {
@@ -224,6 +260,7 @@ std::string RuvoCode::getMainContentH() const {
 }
 
 std::string RuvoCode::getMainContentCpp() {
+    const auto hold = lockModel();
     std::string text = "// 代码生成（只读）\n";
     text += "#include \"main.h\"\n";
     text += get_DefineVars() + "\n";
@@ -300,27 +337,47 @@ cJSON* stringArrayOf(const Container& items) {
 }
 
 std::vector<std::string> readStringArray(const cJSON* array, const char* key, const char* what) {
-    if (!cJSON_IsArray(array)) {
-        throw ConfigError(std::string(what) + ": key \"" + key + "\" is not an array");
-    }
+    ruvo::arrayOf(array, key, what);
     std::vector<std::string> out;
-    const int n = cJSON_GetArraySize(array);
-    for (int i = 0; i < n; ++i) {
-        const cJSON* item = cJSON_GetArrayItem(array, i);
+    ruvo::forEachItem(array, [&](const cJSON* item) {
         if (!cJSON_IsString(item) || item->valuestring == nullptr) {
             throw ConfigError(std::string(what) + ": key \"" + key + "\" holds a non-string");
         }
         out.emplace_back(item->valuestring);
-    }
+    });
     return out;
 }
 
-int requireInt(const cJSON* object, const char* key, const char* what) {
-    const cJSON* item = requireItem(object, key, what);
-    if (!cJSON_IsNumber(item)) {
-        throw ConfigError(std::string(what) + ": key \"" + key + "\" is not a number");
+// Names the file gives to functions and variables obey the rules of the SDK calls.
+void requireName(ruvo::NameKind kind, const std::string& name, const char* key, const char* what) {
+    const std::string problem = ruvo::nameProblem(kind, name);
+    if (!problem.empty()) {
+        throw ConfigError(std::string(what) + ": key \"" + key + "\": \"" + ruvo::clipped(name) +
+                          "\" " + problem);
     }
-    return item->valueint;
+}
+
+// A header name lands between the quotes of an #include line and in a ';'-separated list.
+void requireHeaderName(const std::string& name, const char* what) {
+    for (unsigned char c : name) {
+        if (c < 0x20 || c == 0x7F || c == '"' || c == ';') {
+            throw ConfigError(std::string(what) + ": key \"funcDependFile\": \"" +
+                              ruvo::clipped(name) + "\" cannot be a header name");
+        }
+    }
+}
+
+// Conversions and fixed-size fields of the records raise the standard errors; the file's
+// reader names the key that held the text.
+template <typename F>
+void readKey(const char* key, const std::string& what, F&& read) {
+    try {
+        read();
+    } catch (const ConfigError&) {
+        throw;
+    } catch (const std::exception& e) {
+        throw ConfigError(what + ": key \"" + key + "\": " + e.what());
+    }
 }
 
 }  // namespace
@@ -337,12 +394,14 @@ cJSON* RuvoCode::addParamJson(const Parameter& p) {
 
 Parameter RuvoCode::parsParmJson(const cJSON* item) {
     static const char* kWhat = "parameter";
+    if (!cJSON_IsObject(item)) throw ConfigError("parameter: not an object");
     Parameter p;
-    p.setName(requireString(item, "parmName", kWhat));
+    readKey("parmName", kWhat, [&] { p.setName(requireString(item, "parmName", kWhat)); });
     p.setType(ruvo::typeValueOf(requireString(item, "parmType", kWhat)));
-    p.setDesc(requireString(item, "parmDesc", kWhat));
-    p.setIsConst(requireItem(item, "parmConst", kWhat)->valueint != 0);
-    p.setValueStr(requireString(item, "parmValue", kWhat));
+    readKey("parmDesc", kWhat, [&] { p.setDesc(requireString(item, "parmDesc", kWhat)); });
+    p.setIsConst(ruvo::flagOf(requireItem(item, "parmConst", kWhat), "parmConst", kWhat));
+    const std::string value = requireString(item, "parmValue", kWhat);
+    readKey("parmValue", kWhat, [&] { p.setValueStr(value); });
     return p;
 }
 
@@ -370,49 +429,74 @@ cJSON* RuvoCode::addFuncJson(const RuvoFunction& f) {
 }
 
 RuvoFunction RuvoCode::parsFuncJson(const cJSON* item) {
+    RuvoFunction f;
+    readFuncJson(item, f);
+    return f;
+}
+
+// Reads into `f`, a freshly made function: the record is some 10 KB, so a load of many
+// functions fills them where they are stored instead of copying each one there.
+void RuvoCode::readFuncJson(const cJSON* item, RuvoFunction& f) {
+    if (!cJSON_IsObject(item)) throw ConfigError("key \"funcList\": an entry is not an object");
     const std::string name = requireString(item, "funcName", "function");
-    const std::string what = "function \"" + name + "\"";
+    const std::string what = "function \"" + ruvo::clipped(name) + "\"";
     const char* w = what.c_str();
-    RuvoFunction f = generate_Func(name);
+    requireName(ruvo::NameKind::Function, name, "funcName", w);
+    // What generate_Func makes, in place; "funcReturn" below is required and sets the return.
+    f.setType(FT_APPLET);
+    readKey("funcName", what, [&] { f.setName(name); });
+    f.setAddr(nullptr);
 
-    const cJSON* mainFlag = cJSON_GetObjectItem(item, "funcMain");
-    if (mainFlag != nullptr && mainFlag->valueint != 0) f.setMainFuncFlag(true);
-
+    if (const cJSON* mainFlag = cJSON_GetObjectItem(item, "funcMain")) {
+        if (ruvo::flagOf(mainFlag, "funcMain", w)) f.setMainFuncFlag(true);
+    }
     const cJSON* stamp = cJSON_GetObjectItem(item, "timestamp");
     if (cJSON_IsString(stamp) && stamp->valuestring != nullptr) {
-        f.setMicroSecondsSinceEpoch(std::stoll(stamp->valuestring, nullptr, 10));
+        readKey("timestamp", what, [&] {
+            f.setMicroSecondsSinceEpoch(std::stoll(stamp->valuestring, nullptr, 10));
+        });
     }
     if (const cJSON* deps = cJSON_GetObjectItem(item, "funcDepends")) {
-        for (const auto& d : readStringArray(deps, "funcDepends", w)) f.addDependFunc(d);
+        for (const auto& d : readStringArray(deps, "funcDepends", w)) {
+            requireName(ruvo::NameKind::Function, d, "funcDepends", w);
+            f.addDependFunc(d);
+        }
     }
     if (const cJSON* parents = cJSON_GetObjectItem(item, "funcParents")) {
-        for (const auto& p : readStringArray(parents, "funcParents", w)) f.addParentFunc(p);
+        for (const auto& p : readStringArray(parents, "funcParents", w)) {
+            requireName(ruvo::NameKind::Function, p, "funcParents", w);
+            f.addParentFunc(p);
+        }
     }
 
-    const cJSON* params = requireItem(item, "funcParams", w);
-    if (!cJSON_IsArray(params)) throw ConfigError(what + ": key \"funcParams\" is not an array");
+    const cJSON* params = ruvo::arrayOf(requireItem(item, "funcParams", w), "funcParams", w);
     std::list<Parameter> list;
-    const int n = cJSON_GetArraySize(params);
-    for (int i = 0; i < n; ++i) list.push_back(parsParmJson(cJSON_GetArrayItem(params, i)));
-    f.setParamList(list);
-    f.setReturnType(parsParmJson(requireItem(item, "funcReturn", w)));
+    ruvo::forEachItem(params, [&](const cJSON* p) {
+        if (!cJSON_IsObject(p)) throw ConfigError(what + ": key \"funcParams\": an entry is not an object");
+        list.push_back(parsParmJson(p));
+    });
+    readKey("funcParams", what, [&] { f.setParamList(list); });
+    const cJSON* returned = requireItem(item, "funcReturn", w);
+    if (!cJSON_IsObject(returned)) throw ConfigError(what + ": key \"funcReturn\" is not an object");
+    f.setReturnType(parsParmJson(returned));
 
     const cJSON* type = cJSON_GetObjectItem(item, "funcType");
-    if (type != nullptr && type->valueint == FT_APPLET) {
+    if (type != nullptr && ruvo::intOf(type, "funcType", w) == FT_APPLET) {
         f.setSubType(requireInt(item, "funcSubType", w));
         f.setAdditions(readStringArray(requireItem(item, "funcAddition", w), "funcAddition", w));
         for (const auto& h :
              readStringArray(requireItem(item, "funcDependFile", w), "funcDependFile", w)) {
-            f.addDependHead(h);
+            requireHeaderName(h, w);
+            readKey("funcDependFile", what, [&] { f.addDependHead(h); });
         }
         f.setForwardCode(requireString(item, "funcForward", w));
         f.setBackwardCode(requireString(item, "funcBackword", w));
         f.setBodyCode(requireString(item, "funcBodyword", w));
     }
-    return f;
 }
 
 void RuvoCode::serilize(cJSON* code) const {
+    const auto hold = lockModel();
     cJSON* vars = cJSON_CreateArray();
     for (const auto& v : globalVars) cJSON_AddItemToArray(vars, addParamJson(v));
     cJSON_AddItemToObject(code, "varList", vars);
@@ -427,20 +511,27 @@ void RuvoCode::deserilize(const cJSON* code) {
         log_interface::log_info("Error parsing JSON: %s\n", error ? error : "");
         return;
     }
+    if (!cJSON_IsObject(code)) throw ConfigError("key \"code\" is not an object");
     // Read everything first, so a fault in the file leaves the container as it was.
     std::vector<Parameter> vars;
     if (const cJSON* varList = cJSON_GetObjectItem(code, "varList")) {
-        const int n = cJSON_GetArraySize(varList);
-        for (int i = 0; i < n; ++i) vars.push_back(parsParmJson(cJSON_GetArrayItem(varList, i)));
+        ruvo::forEachItem(ruvo::arrayOf(varList, "varList", "code"), [&](const cJSON* v) {
+            if (!cJSON_IsObject(v)) throw ConfigError("key \"varList\": an entry is not an object");
+            vars.push_back(parsParmJson(v));
+            requireName(ruvo::NameKind::Variable, vars.back().name, "varList", "code");
+        });
     }
     std::map<std::string, RuvoFunction> functions;
     if (const cJSON* funcList = cJSON_GetObjectItem(code, "funcList")) {
-        const int n = cJSON_GetArraySize(funcList);
-        for (int i = 0; i < n; ++i) {
-            RuvoFunction f = parsFuncJson(cJSON_GetArrayItem(funcList, i));
-            functions[f.getName()] = f;
-        }
+        ruvo::forEachItem(ruvo::arrayOf(funcList, "funcList", "code"), [&](const cJSON* item) {
+            if (!cJSON_IsObject(item)) throw ConfigError("key \"funcList\": an entry is not an object");
+            // A later function of the same name replaces the earlier one whole, as addFunc does.
+            auto slot = functions.try_emplace(requireString(item, "funcName", "function"));
+            if (!slot.second) slot.first->second = RuvoFunction();
+            readFuncJson(item, slot.first->second);
+        });
     }
+    const auto hold = lockModel();
     globalVars.swap(vars);
     funcs.swap(functions);
     ruvo::touchModel();

@@ -4,6 +4,7 @@
 
 #include <list>
 #include <map>
+#include <mutex>
 #include <set>
 #include <string>
 #include <vector>
@@ -17,15 +18,32 @@ class RUVO_API RuvoCode {
 public:
     RuvoCode();
     virtual ~RuvoCode() = default;
-    RuvoCode(const RuvoCode&) = default;
+    RuvoCode(const RuvoCode& other);
     RuvoCode& operator=(const RuvoCode& other);
+
+    // Every call of the model takes this lock, so edits and reads may come from several
+    // threads. A caller that keeps a reference or pointer into the model (functions(),
+    // findFuncPtr, MpRuvo::getTimers) holds it for as long as it uses them; it is recursive so
+    // that such a caller may go on calling the model.
+    std::unique_lock<std::recursive_mutex> lockModel() const {
+        return std::unique_lock<std::recursive_mutex>(modelMutex);
+    }
 
     // Head text back to the default include lines, tail text empty.
     void InitCode();
 
-    void clearGlobalVarList() { globalVars.clear(); }
-    std::vector<Parameter> getGlobalVarList() const { return globalVars; }
-    void addGlobalVar(const Parameter& var) { globalVars.push_back(var); }
+    void clearGlobalVarList() {
+        const auto hold = lockModel();
+        globalVars.clear();
+    }
+    std::vector<Parameter> getGlobalVarList() const {
+        const auto hold = lockModel();
+        return globalVars;
+    }
+    void addGlobalVar(const Parameter& var) {
+        const auto hold = lockModel();
+        globalVars.push_back(var);
+    }
     void getGlobalVar(const char* name, _KelnVar& out) const;
     int updateGlobalVar(const char* name, _KelnVar& var);
     void delGlobalVar(const char* name);
@@ -33,7 +51,10 @@ public:
     std::list<RuvoFunction> getFuncList() const;
     // The functions in name order, without copying them.
     const std::map<std::string, RuvoFunction>& functions() const { return funcs; }
-    size_t getFuncCount() const { return funcs.size(); }
+    size_t getFuncCount() const {
+        const auto hold = lockModel();
+        return funcs.size();
+    }
     void addFunc(const RuvoFunction& function);
     void removeFunc(const char* name);
     void deleteFuncByNode(const std::string& name);
@@ -86,6 +107,7 @@ public:
     static Parameter parsParmJson(const cJSON* item);
     static cJSON* addFuncJson(const RuvoFunction& f);
     static RuvoFunction parsFuncJson(const cJSON* item);
+    static void readFuncJson(const cJSON* item, RuvoFunction& into);
 
 private:
     void deleleFunc(const std::string& name);
@@ -116,4 +138,5 @@ private:
     std::string reservedText2;
     std::string headCode;
     std::string tailCode;
+    mutable std::recursive_mutex modelMutex;
 };

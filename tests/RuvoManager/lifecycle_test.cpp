@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "RuvoManager/ruvo_sdk.h"
 #include "host/HostBridge.h"
@@ -134,4 +136,67 @@ TEST_F(Lifecycle, MainPortQueryCreatesAnEmptyEntryForUnknownNames) {
 
 TEST_F(Lifecycle, SerilizeOfUnknownAppletFails) {
     EXPECT_EQ(ruvo_sdk::serilize("nobody", ""), -1);
+}
+
+// Two editors change timers and bindings of one applet while a third thread reads them through
+// the SDK, as the host's editor and its bus and timer threads do. Clean under ThreadSanitizer.
+TEST_F(Lifecycle, BindingsAndTimersEditedFromTwoThreadsWhileAThirdReads) {
+    ASSERT_EQ(ruvo_sdk::createRuvo("shared", AT_TOOL), 0);
+    constexpr int kRounds = 300;
+    std::atomic<bool> done{false};
+
+    std::thread timers([] {
+        for (int i = 0; i < kRounds; ++i) {
+            const std::string a = "t" + std::to_string(i % 7), b = "u" + std::to_string(i % 7);
+            ruvo_sdk::insertTimer("shared", a.c_str(), 10 + i);
+            ruvo_sdk::updateTimer("shared", a.c_str(), b.c_str(), 20 + i);
+            ruvo_sdk::removeTimer("shared", b.c_str());
+            if (i % 50 == 49) ruvo_sdk::clearTimer("shared");
+            ruvo_sdk::insertTimer("shared", "keep", 100);
+        }
+    });
+    std::thread bindings([] {
+        const char* parts[] = {"Ctrl", "K"};
+        for (int i = 0; i < kRounds; ++i) {
+            const std::string a = "rx" + std::to_string(i % 5), b = "ry" + std::to_string(i % 5);
+            ruvo_sdk::insertRecvCANId("shared", a.c_str(), 0x100 + i);
+            ruvo_sdk::updateRecvCANId("shared", a.c_str(), b.c_str(), 0x200 + i);
+            ruvo_sdk::insertSendCANId("shared", a.c_str(), 0x300 + i);
+            ruvo_sdk::removeSendCANId("shared", a.c_str());
+            ruvo_sdk::insertKeyboardEvent("shared", "key", parts, 2);
+            ruvo_sdk::updateKeyboardEvent("shared", "key", "key2", parts, 2);
+            if (i % 40 == 39) {
+                ruvo_sdk::clearRecvCANId("shared");
+                ruvo_sdk::clearKeyboardEvent("shared");
+            }
+        }
+    });
+    std::thread reader([&] {
+        char* names[16];
+        unsigned long long intervals[16];
+        while (!done.load()) {
+            int count = 0;
+            ruvo_sdk::getTimersCount("shared", &count);
+            ruvo_sdk::getTimers("shared", names, intervals, 16);
+            unsigned long long interval = 0;
+            ruvo_sdk::getTimerInterval("shared", "keep", &interval);
+            EXPECT_GE(ruvo_sdk::getRuvoUserFuncCount("shared"), 0);
+            MpRuvo* a = RuvoManager::getInstance().getApplet("shared");
+            EXPECT_LE(a->getRecvCANId().size(), 10u);  // the bus side's copy of the ids
+            a->getKeyboardEvents();
+            a->getMpFuncs();
+        }
+    });
+    timers.join();
+    bindings.join();
+    done.store(true);
+    reader.join();
+
+    MpRuvo* a = RuvoManager::getInstance().getApplet("shared");
+    unsigned long long keep = 0;
+    EXPECT_EQ(ruvo_sdk::getTimerInterval("shared", "keep", &keep), 0);
+    EXPECT_EQ(keep, 100u);
+    EXPECT_TRUE(a->hasFunc("on_keep_timer"));
+    EXPECT_TRUE(a->getSendCANId().empty());
+    EXPECT_TRUE(a->getKeyboardEvents().count("key2"));
 }

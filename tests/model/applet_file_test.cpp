@@ -235,3 +235,44 @@ TEST(AppletFile, InterruptedWriteCannotTruncate) {
     EXPECT_FALSE(applet->serialize(""));
     EXPECT_TRUE(std::filesystem::exists(dir.file("appletCfg.ruvo/keep")));
 }
+
+TEST(AppletFile, LaterFunctionOfTheSameNameReplacesTheEarlierOneWhole) {
+    TempDir dir;
+    auto applet = freshApplet(dir);
+    applet->addMpFunction(applet->createFunc("helper", RFT_SELF_DEFINE, {"helper", "s32 a"}));
+    applet->setFuncBodyCode("helper", "return a;");
+    ASSERT_TRUE(applet->serialize(""));
+    // The same function object twice, the second with another body and no parameters.
+    std::string text = slurp(dir.file("appletCfg.ruvo"));
+    ruvo::JsonPtr root(cJSON_Parse(text.c_str()));
+    cJSON* list = cJSON_GetObjectItem(cJSON_GetObjectItem(root.get(), "code"), "funcList");
+    cJSON* second = cJSON_Duplicate(cJSON_GetArrayItem(list, 0), true);
+    cJSON_ReplaceItemInObject(second, "funcBodyword", cJSON_CreateString("return 0;"));
+    cJSON_ReplaceItemInObject(second, "funcParams", cJSON_CreateArray());
+    cJSON_AddItemToArray(list, second);
+    spit(dir.file("twice.ruvo"), ruvo::printJson(root.get()));
+
+    MpRuvo loaded;
+    ASSERT_TRUE(loaded.deserilize(dir.file("twice.ruvo")));
+    ASSERT_EQ(loaded.getFuncCount(), 1u);
+    EXPECT_EQ(loaded.findFunc("helper").getBodyCode(), "return 0;");
+    EXPECT_TRUE(loaded.findFunc("helper").getParamList().empty());
+}
+
+TEST(AppletFile, FaultInTheLastKeyLeavesCodeNameAndBindingsAsTheyWere) {
+    TempDir dir;
+    auto applet = freshApplet(dir);
+    applet->addGlobalVar(testing_support::makeVar("count", KVT_S32, "3"));
+    applet->insertRecvCANId("req", 0x7E0);
+    applet->setFuncBodyCode("on_can_rx_req", "++count;");
+    applet->setEditType(RET_ALL_CODE);
+    // Good code, name, edit type and ids, then a timer entry that is not a number.
+    spit(dir.file("t.ruvo"), R"({"name": "other", "type": 1, "editType": 0,
+        "code": {"varList": [], "funcList": []}, "recvCANIds": ["x:1"], "timers": ["t:soon"]})");
+    EXPECT_THROW(applet->deserilize(dir.file("t.ruvo")), std::invalid_argument);
+    EXPECT_EQ(applet->getMpName(), "demo");
+    EXPECT_EQ(applet->getEditType(), RET_ALL_CODE);
+    EXPECT_EQ(applet->getGlobalVarList().size(), 1u);
+    EXPECT_EQ(applet->findFunc("on_can_rx_req").getBodyCode(), "++count;");
+    EXPECT_EQ(applet->getRecvCANId(), (std::map<std::string, u64>{{"req", 0x7E0}}));
+}
