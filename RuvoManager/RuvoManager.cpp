@@ -145,9 +145,11 @@ std::vector<std::string> RuvoManager::getAppletNameList() {
 
 std::map<void*, std::pair<std::string, std::string>> RuvoManager::getLoadRuvoFuns(int subType) {
     std::map<void*, std::pair<std::string, std::string>> found;
+    std::lock_guard<std::recursive_mutex> model(ruvo::modelMutex());
     for (const auto& entry : applets) {
         const std::shared_ptr<MpRuvo>& applet = entry.second;
         if (!applet || !applet->isLoaded()) continue;
+        const auto hold = applet->lockModel();
         for (const auto& named : applet->functions()) {
             const RuvoFunction& f = named.second;
             if (f.getSubType() != subType) continue;
