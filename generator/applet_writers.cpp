@@ -78,10 +78,7 @@ void deleteStaleSources(const std::string& dir, const std::set<std::string>& kee
 // A directory that is itself a link could lead the writes anywhere; the real directory has to
 // be named instead.
 void refuseLinkedDirectory(const std::string& dir) {
-    std::string plain = dir;
-    while (plain.size() > 1 && (plain.back() == '/' || plain.back() == '\\')) plain.pop_back();
-    std::error_code ec;
-    if (std::filesystem::is_symlink(std::filesystem::symlink_status(plain, ec))) {
+    if (ruvo::isLinkedDirectory(dir)) {
         throw std::runtime_error("refusing to write into " + dir + ": it is a symbolic link");
     }
 }

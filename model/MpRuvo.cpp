@@ -157,6 +157,11 @@ bool MpRuvo::serialize(const std::string& path) {
     std::string text;
     if (!serilize(text)) return false;
     const std::string target = path.empty() ? getCodePath() + "appletCfg.ruvo" : path;
+    if (path.empty() && ruvo::isLinkedDirectory(getCodePath())) {
+        log_interface::log_error("serialize(): refusing to write into %s: it is a symbolic link",
+                                 getCodePath().c_str());
+        return false;
+    }
     std::string error;
     switch (ruvo::writeFileAtomically(target, text, error)) {
         case ruvo::WriteResult::Written:

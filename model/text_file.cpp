@@ -172,4 +172,11 @@ std::string currentDirectory() {
     return ec ? std::string(".") : dir.string();
 }
 
+bool isLinkedDirectory(const std::string& dir) {
+    std::string plain = dir;
+    while (plain.size() > 1 && (plain.back() == '/' || plain.back() == '\\')) plain.pop_back();
+    std::error_code ec;
+    return std::filesystem::is_symlink(std::filesystem::symlink_status(plain, ec));
+}
+
 }  // namespace ruvo

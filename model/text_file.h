@@ -48,4 +48,8 @@ bool isTemporaryName(const std::string& name, const std::string& base);
 // The directory the tool tree hangs below: the process's current directory.
 std::string currentDirectory();
 
+// True when the directory `dir` (a trailing separator allowed) is itself a symbolic link: the
+// applet's files are not written through one, since it may lead anywhere.
+bool isLinkedDirectory(const std::string& dir);
+
 }  // namespace ruvo

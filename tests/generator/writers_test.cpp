@@ -230,6 +230,11 @@ TEST(WriteContainment, ACodeDirectoryThatIsALinkIsRefused) {
     EXPECT_FALSE(a.generateCodeFiles(root.file("app_code/")));
     a.setCodePath(root.file("app_code/"));
     EXPECT_FALSE(a.generateSingleCodeFile(real.path() + "/"));
+    // The config file is not saved through it either.
+    log_interface::takeRecords();
+    EXPECT_FALSE(a.serialize(""));
+    EXPECT_NE(errorLines().find("serialize(): refusing to write into " + root.file("app_code/")),
+              std::string::npos);
     EXPECT_EQ(snapshot(outside.path()), before);
     EXPECT_TRUE(fs::is_empty(real.path()));
 }
