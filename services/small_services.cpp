@@ -65,7 +65,7 @@ s32 logEx(const char* applet, KelnLogLevel level, const char* text) {
         case KLL_SUCCESS: r = log_interface::log_info("%s", text); break;
         case KLL_WARNING: r = log_interface::log_warn("%s", text); break;
         case KLL_ERROR: r = log_interface::log_error("%s", text); break;
-        default: return -1;
+        default: break;  // an unknown level still reaches the applet's log callback
     }
     if (applet != nullptr) {
         if (MpRuvo* a = ruvo::findApplet(applet)) {
