@@ -13,6 +13,16 @@ std::map<int, hostbridge::TransmitListener> g_listeners;
 int g_nextListener = 1;
 int g_channelCount = 4;
 std::atomic<bool> g_devicesPresent{true};
+
+// A node's listener runs under the node's own mutex, so detaching waits for a call in progress.
+struct Node {
+    std::mutex mutex;
+    bool attached = true;
+    hostbridge::NodeListener listener;
+};
+std::map<int, std::shared_ptr<Node>> g_nodes;
+int g_nextNode = 1;
+std::map<int, hostbridge::ReceiveListener> g_receiveListeners;
 // Stopping lasts while the stop handlers run: they may still send (a last command to an ECU).
 enum State { kStopped, kRunning, kStopping };
 std::atomic<int> g_state{kStopped};
@@ -29,6 +39,36 @@ void notifyStartup() {
 
 void notifyShutdown() {
     for (ISDKReceiver* r : hostbridge::registeredReceivers()) r->onShutdown();
+}
+
+std::vector<std::shared_ptr<Node>> nodesBut(int except) {
+    std::vector<std::shared_ptr<Node>> nodes;
+    std::lock_guard<std::mutex> lock(g_mutex);
+    for (const auto& entry : g_nodes) {
+        if (entry.first != except) nodes.push_back(entry.second);
+    }
+    return nodes;
+}
+
+// Every node but `except` hears the frame, each with a copy of its own.
+void tellNodes(const std::shared_ptr<MsgHeaderBase>& frame, int except) {
+    for (const auto& node : nodesBut(except)) {
+        std::lock_guard<std::mutex> lock(node->mutex);
+        if (node->attached) node->listener(hostbridge::copyCanFrame(frame));
+    }
+}
+
+void tellReceiveListeners(const std::vector<CanPackage>& packages) {
+    std::map<int, hostbridge::ReceiveListener> listeners;
+    {
+        std::lock_guard<std::mutex> lock(g_mutex);
+        if (g_receiveListeners.empty()) return;
+        listeners = g_receiveListeners;
+    }
+    for (const auto& package : packages) {
+        if (!package.message) continue;
+        for (auto& entry : listeners) entry.second(package.message);
+    }
 }
 
 }  // namespace
@@ -57,6 +97,7 @@ int sendCan(NetWorkType network, int channel, std::shared_ptr<MsgHeaderBase> mes
         package.message->direction = 1;
         if (auto* h = KELN::CanMsgAnalyse::getCanHeader(package.message)) h->dir = 1;
         for (auto& entry : listeners) entry.second(package.message);
+        tellNodes(package.message, 0);
         sent.push_back(package);
     }
     if (!sent.empty()) {
@@ -115,6 +156,65 @@ void injectReceived(const std::vector<std::shared_ptr<MsgHeaderBase>>& frames) {
     for (ISDKReceiver* r : registeredReceivers()) {
         r->onPackageRecv(packages.data(), static_cast<int>(packages.size()));
     }
+    tellReceiveListeners(packages);
+}
+
+int attachNode(NodeListener listener) {
+    auto node = std::make_shared<Node>();
+    node->listener = std::move(listener);
+    std::lock_guard<std::mutex> lock(g_mutex);
+    const int id = g_nextNode++;
+    g_nodes[id] = std::move(node);
+    return id;
+}
+
+void detachNode(int id) {
+    std::shared_ptr<Node> node;
+    {
+        std::lock_guard<std::mutex> lock(g_mutex);
+        const auto it = g_nodes.find(id);
+        if (it == g_nodes.end()) return;
+        node = std::move(it->second);
+        g_nodes.erase(it);
+    }
+    std::lock_guard<std::mutex> lock(node->mutex);
+    node->attached = false;
+}
+
+int nodeSend(int id, const std::shared_ptr<MsgHeaderBase>& frame) {
+    if (!frame || KELN::CanMsgAnalyse::getCanHeader(frame) == nullptr) return -1;
+    {
+        std::lock_guard<std::mutex> lock(g_mutex);
+        if (g_nodes.find(id) == g_nodes.end()) return -1;
+    }
+    tellNodes(frame, id);
+    if (g_state.load() != kStopped) injectReceived({copyCanFrame(frame)});
+    return 0;
+}
+
+std::shared_ptr<MsgHeaderBase> copyCanFrame(const std::shared_ptr<MsgHeaderBase>& frame) {
+    const KELN::CanHeader* h = KELN::CanMsgAnalyse::getCanHeader(frame);
+    if (h == nullptr) return nullptr;
+    auto copy = makeCanFrame(h->timestamp, h->channel, h->identifier, h->extended, h->fd, h->brs,
+                             KELN::CanMsgAnalyse::getCanData(frame), h->length, h->remote);
+    KELN::CanHeader* c = KELN::CanMsgAnalyse::getCanHeader(copy);
+    c->esi = h->esi;
+    c->dir = h->dir;
+    c->dlc = h->dlc;
+    copy->direction = frame->direction;
+    return copy;
+}
+
+int addReceiveListener(ReceiveListener listener) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    const int id = g_nextListener++;
+    g_receiveListeners[id] = std::move(listener);
+    return id;
+}
+
+void removeReceiveListener(int id) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_receiveListeners.erase(id);
 }
 
 std::shared_ptr<MsgHeaderBase> makeCanFrame(uint64_t timestampUs, int channel, uint32_t id,

@@ -48,6 +48,26 @@ HOSTBRIDGE_API std::shared_ptr<MsgHeaderBase> makeCanFrame(uint64_t timestampUs,
                                                            uint32_t id, bool extended, bool fd,
                                                            bool brs, const unsigned char* data,
                                                            int length, bool remote = false);
+// Nodes on the virtual bus beside the workstation (a simulated ECU, a socketcand client). A node
+// hears every frame on the bus but its own: what the workstation transmits and what the other
+// nodes send. What it sends reaches the other nodes and, while the measurement runs, the
+// workstation as a received frame. The listener runs on the sender's thread and gets a frame of
+// its own to keep; it must not block, and must not send or detach from inside (queue instead).
+using NodeListener = std::function<void(const std::shared_ptr<MsgHeaderBase>&)>;
+HOSTBRIDGE_API int attachNode(NodeListener listener);
+// After it returns the node's listener is not running and will not run again.
+HOSTBRIDGE_API void detachNode(int node);
+// 0 when the frame is on the bus; -1 for an unknown node or a frame that is not CAN.
+HOSTBRIDGE_API int nodeSend(int node, const std::shared_ptr<MsgHeaderBase>& frame);
+// A copy of a CAN frame, with a header and data of its own.
+HOSTBRIDGE_API std::shared_ptr<MsgHeaderBase> copyCanFrame(const std::shared_ptr<MsgHeaderBase>& frame);
+
+// The workstation's own listeners of received frames (its diagnostic client): called with every
+// frame the receivers get as received, after them, on the delivering thread.
+using ReceiveListener = std::function<void(const std::shared_ptr<MsgHeaderBase>&)>;
+HOSTBRIDGE_API int addReceiveListener(ReceiveListener listener);
+HOSTBRIDGE_API void removeReceiveListener(int id);
+
 // Called with every frame that goes out on the bus, after the pre-send receivers.
 using TransmitListener = std::function<void(const std::shared_ptr<MsgHeaderBase>&)>;
 HOSTBRIDGE_API int addTransmitListener(TransmitListener listener);
