@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -117,47 +118,78 @@ private:
     std::string error_;
 };
 
+double parseSeconds(const std::string& text) {
+    char* end = nullptr;
+    errno = 0;
+    const double v = std::strtod(text.c_str(), &end);
+    if (text.empty() || *end != '\0' || errno != 0 || !(v > 0) || v > 1e7) {
+        throw UsageError("--for needs a number of seconds above 0: " + text);
+    }
+    return v;
+}
+
 int cmdRun(const Args& args) {
     std::vector<std::string> applets;
     std::string replayFile, outFile, replayShown;
+    double seconds = -1;
     for (size_t i = 1; i < args.size(); ++i) {
         if (args[i] == "--replay" || args[i] == "--out") {
             if (i + 1 >= args.size()) throw UsageError(args[i] + " needs a file");
             (args[i] == "--replay" ? replayFile : outFile) = userPath(args[i + 1]);
             if (args[i] == "--replay") replayShown = args[i + 1];
             ++i;
+        } else if (args[i] == "--for") {
+            if (i + 1 >= args.size()) throw UsageError("--for needs a number of seconds");
+            seconds = parseSeconds(args[++i]);
         } else if (args[i].rfind("--", 0) == 0) {
             throw UsageError("unknown option " + args[i]);
         } else {
             applets.push_back(args[i]);
         }
     }
-    if (args.empty() || applets.empty() || replayFile.empty()) {
-        throw UsageError("expected PROJECT APPLET... --replay FILE.log");
+    if (args.empty() || applets.empty()) {
+        throw UsageError("expected PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--for SECONDS]");
     }
+    if (!replayFile.empty() && seconds >= 0) throw UsageError("--for is for a live measurement, not with --replay");
     const StopSignals signals;
     if (!outFile.empty()) {
         canlog::formatOf(outFile);
         std::error_code ec;
-        if (std::filesystem::equivalent(replayFile, outFile, ec)) {
+        if (!replayFile.empty() && std::filesystem::equivalent(replayFile, outFile, ec)) {
             throw std::runtime_error("--out " + outFile + " is the log being replayed");
         }
     }
     canlog::ReadResult input;
-    try {
-        // The whole log is checked before anything reaches the bus.
-        input = canlog::read(replayFile, replayShown);
-    } catch (const canlog::LogError& e) {
-        std::fprintf(stderr, "%s\n", e.what());
-        return 1;
+    if (!replayFile.empty()) {
+        try {
+            // The whole log is checked before anything reaches the bus.
+            input = canlog::read(replayFile, replayShown);
+        } catch (const canlog::LogError& e) {
+            std::fprintf(stderr, "%s\n", e.what());
+            return 1;
+        }
     }
     for (const auto& a : applets) loadModule(openApplet(args[0], a));
 
     FrameOutput output(outFile);
+    const auto write = [&](const canlog::Frame& f) { output.write(f); };
+    const auto stopRequested = [&] { return signals.received() != 0 || output.failed(); };
+    if (replayFile.empty()) {
+        std::fprintf(stderr, "measurement running %s\n",
+                     seconds < 0 ? "until SIGINT or SIGTERM" : ("for " + std::to_string(seconds) + " s").c_str());
+        const ReplayResult result = runLive(seconds, write, stopRequested);
+        output.finish();
+        const std::string summary = "the applets sent " + std::to_string(result.sent) + (outFile.empty() ? "" : " to " + outFile);
+        const int signal = signals.received();
+        if (signal != 0) {
+            std::fprintf(stderr, "interrupted by %s: %s\n", signal == SIGINT ? "SIGINT" : "SIGTERM", summary.c_str());
+            return 128 + signal;
+        }
+        std::fprintf(stderr, "measurement ended: %s\n", summary.c_str());
+        return 0;
+    }
     const size_t total = input.frames.size();
-    const ReplayResult result = replay(
-        std::move(input.frames), [&](const canlog::Frame& f) { output.write(f); },
-        [&] { return signals.received() != 0 || output.failed(); });
+    const ReplayResult result = replay(std::move(input.frames), write, stopRequested);
     output.finish();
 
     std::string summary = "replayed " + std::to_string(result.replayed) + " frames (" +
@@ -247,9 +279,18 @@ int cmdDemo(const Args& args) {
     return 0;
 }
 
-Registrar rRun({"run", "PROJECT APPLET... --replay FILE.log [--out FILE.log]",
-                "replay a candump log through compiled applets and log every frame they send", cmdRun});
-Registrar rDemo({"demo", "", "the whole road on a temporary project: create, compile, replay, show", cmdDemo});
+Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--for SECONDS]",
+                "run compiled applets on the bus: replay a candump log, or a live measurement", cmdRun,
+                "Loads the compiled modules of the applets and starts the measurement. With --replay\n"
+                "it feeds the frames of a candump log ((time) channel id#data, CAN FD ##) as\n"
+                "received frames in time order and stops; without it the measurement runs live\n"
+                "until SIGINT/SIGTERM or for --for SECONDS. Every frame the applets send is written\n"
+                "as it goes out, in the same format (to stdout without --out). A signal stops the\n"
+                "measurement cleanly (the stop handlers run) and exits with 130/143."});
+Registrar rDemo({"demo", "", "the whole road on a temporary project: create, compile, replay, show", cmdDemo,
+                 "Creates an applet in a temporary project that answers diagnostic requests on\n"
+                 "0x7E0 with replies on 0x7E8, compiles it, replays a small log through it, prints\n"
+                 "the frames it sent and removes the project again."});
 
 }  // namespace
 }  // namespace cli

@@ -84,25 +84,9 @@ void printUsage(std::FILE* out) {
                  "shows the host's debug lines. Exit status: 0 done, 1 failed, 2 wrong arguments.\n");
 }
 
-// Lines for commands registered without their own.
-const char* fallbackDetails(const std::string& name) {
-    if (name == "run") {
-        return "Loads the compiled modules of the applets, starts the measurement, feeds the\n"
-               "frames of a candump log ((time) channel id#data, CAN FD ##) as received frames\n"
-               "in time order, writes every frame the applets send in the same format (to\n"
-               "stdout without --out) and stops the measurement.";
-    }
-    if (name == "demo") {
-        return "Creates an applet in a temporary project that answers diagnostic requests on\n"
-               "0x7E0 with replies on 0x7E8, compiles it, replays a small log through it, prints\n"
-               "the frames it sent and removes the project again.";
-    }
-    return nullptr;
-}
-
 void printCommandHelp(const cli::Command& c) {
     std::printf("usage: ruvo %s%s%s\n\n%s\n", c.name, c.usage[0] ? " " : "", c.usage, c.summary);
-    const char* details = c.details ? c.details : fallbackDetails(c.name);
+    const char* details = c.details;
     if (details != nullptr) std::printf("\n%s\n", details);
 }
 

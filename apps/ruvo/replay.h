@@ -28,4 +28,8 @@ using StopCheck = std::function<bool()>;
 ReplayResult replay(std::vector<canlog::Frame> frames, const FrameSink& sink,
                     const StopCheck& stopRequested = StopCheck());
 
+// A live measurement: starts it, lets the bus run for `seconds` (for ever when negative) or
+// until the stop check says so, then stops it. Sent frames are stamped with the wall clock.
+ReplayResult runLive(double seconds, const FrameSink& sink, const StopCheck& stopRequested);
+
 }  // namespace cli
