@@ -5,8 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <condition_variable>
+#include <future>
+#include <mutex>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "host/log_interface.h"
 #include "host/uds/scripted_transport.h"
@@ -207,6 +211,60 @@ TEST_F(UdsHostTest, TransportsBeyondTheLimitDropTheLeastRecentlyUsed) {
     auto second = ecu(1);
     uds::SendUDSMessage(&second, &request);
     EXPECT_EQ(made, before + 1);
+}
+
+// A peer whose receive blocks until the test hands it an answer.
+class HeldTransport : public hostbridge::MessageTransport {
+public:
+    NResult send(const Bytes& message, bool) override {
+        std::lock_guard<std::mutex> lock(mutex);
+        sent.push_back(message);
+        return NResult::Ok;
+    }
+    NResult receive(Bytes& message, milliseconds) override {
+        std::unique_lock<std::mutex> lock(mutex);
+        receiving = true;
+        changed.notify_all();
+        changed.wait(lock, [this] { return !answer.empty(); });
+        message.swap(answer);
+        return NResult::Ok;
+    }
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool receiving = false;
+    Bytes answer;
+    std::vector<Bytes> sent;
+};
+
+TEST_F(UdsHostTest, SendGoesOutWhileAnotherThreadWaitsOnTheSameTransport) {
+    HeldTransport held;
+    hostuds::setTransportFactory([&held](const diagnosis::diagnosis_service_s&) {
+        return std::make_unique<ProxyTransport>(held);
+    });
+    auto waiting = std::async(std::launch::async, [this] {
+        BigMessageData expected = bytes({0x62});
+        return uds::WaitForUDSMessage(&service, &expected).status;
+    });
+    {
+        std::unique_lock<std::mutex> lock(held.mutex);
+        held.changed.wait(lock, [&held] { return held.receiving; });
+    }
+    // A cyclic send during a long wait must not queue behind it.
+    auto sending = std::async(std::launch::async, [this] {
+        BigMessageData testerPresent = bytes({0x3E, 0x80});
+        return uds::SendUDSMessage(&service, &testerPresent);
+    });
+    bool sentDuringWait = sending.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
+    {
+        std::lock_guard<std::mutex> lock(held.mutex);
+        held.answer = {0x62, 0xF1, 0x90};
+        held.changed.notify_all();
+    }
+    EXPECT_TRUE(sentDuringWait);
+    EXPECT_EQ(sending.get(), 0);
+    EXPECT_EQ(waiting.get(), 0);
+    ASSERT_EQ(held.sent.size(), 1u);
+    hostuds::setTransportFactory({});
 }
 
 TEST_F(UdsHostTest, WithoutFactoryCallsGiveSendErrorAndSayWhy) {
