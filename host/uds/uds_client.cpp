@@ -44,7 +44,19 @@ void UdsClient::drain(unsigned limit) {
     }
 }
 
-UdsResponse UdsClient::waitFor(uint8_t sid, const UdsTiming& timing) {
+bool UdsClient::suppressesPositiveResponse(const std::vector<uint8_t>& request) {
+    if (request.size() < 2 || !(request[1] & 0x80)) return false;
+    switch (request[0]) {
+    // The services whose sub-function byte carries the bit.
+    case 0x10: case 0x11: case 0x27: case 0x28: case 0x29: case 0x2C: case 0x31: case 0x3E:
+    case 0x83: case 0x84: case 0x85: case 0x86: case 0x87:
+        return true;
+    default:
+        return false;
+    }
+}
+
+UdsResponse UdsClient::waitFor(uint8_t sid, const UdsTiming& timing, bool positiveSuppressed) {
     // The request SID this wait belongs to; 0 while any service will do.
     uint8_t requestSid = 0;
     if (sid != 0 && sid != kNegativeResponse)
@@ -85,7 +97,8 @@ UdsResponse UdsClient::waitFor(uint8_t sid, const UdsTiming& timing) {
         if (requestSid != 0 && message[0] != static_cast<uint8_t>(requestSid + kResponseBit)) continue;
         return {kUdsOk, std::move(message)};
     }
-    return {pendingCount > 0 ? kUdsResponsePending : kUdsTimeout, {}};
+    if (pendingCount > 0) return {kUdsResponsePending, {}};
+    return {positiveSuppressed ? kUdsOk : kUdsTimeout, {}};
 }
 
 UdsResponse UdsClient::request(const std::vector<uint8_t>& request, bool functional,
@@ -94,7 +107,7 @@ UdsResponse UdsClient::request(const std::vector<uint8_t>& request, bool functio
     drain();
     uint8_t status = send(request, functional);
     if (status != kUdsOk) return {status, {}};
-    return waitFor(request[0], timing);
+    return waitFor(request[0], timing, suppressesPositiveResponse(request));
 }
 
 }  // namespace hostuds

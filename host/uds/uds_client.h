@@ -49,10 +49,13 @@ public:
     uint8_t send(const std::vector<uint8_t>& request, bool functional);
     // Waits for the response to service `sid` (a request or a response SID; 0 or 0x7F: the
     // first response of any service). Responses to other services are skipped; 0x78 for this
-    // service extends the wait by P2*.
-    UdsResponse waitFor(uint8_t sid, const UdsTiming& timing);
+    // service extends the wait by P2*. `positiveSuppressed`: the request asked for no positive
+    // response, so P2 passing without a negative one is success (with no message).
+    UdsResponse waitFor(uint8_t sid, const UdsTiming& timing, bool positiveSuppressed = false);
     // Discards what arrived before a new request: at most `limit` messages already queued.
     void drain(unsigned limit = 64);
+    // Whether the request sets the suppress-positive-response bit of its sub-function.
+    static bool suppressesPositiveResponse(const std::vector<uint8_t>& request);
     // drain, send, waitFor the request's own service.
     UdsResponse request(const std::vector<uint8_t>& request, bool functional, const UdsTiming& timing);
 

@@ -246,7 +246,8 @@ UDSProcessResult SendAndRecvUDSMessage(diagnosis::diagnosis_service_s* service, 
     client.drain();
     uint8_t status = sendOn(*session.link, client, request, service->uds.protocol.docan.use_fun_addr != 0);
     if (status != hostuds::kUdsOk) return statusOnly(status);
-    return toResult(client.waitFor(request[0], timingOf(*service, session.maxPending)));
+    return toResult(client.waitFor(request[0], timingOf(*service, session.maxPending),
+                                   hostuds::UdsClient::suppressesPositiveResponse(request)));
 }
 
 void SetCycleTaskEnable(diagnosis::DoCan docan, bool enable) {

@@ -28,7 +28,8 @@ HOSTBRIDGE_API UDSProcessResult WaitForUDSMessage(diagnosis::diagnosis_service_s
                                                   BigMessageData* expected);
 // Sends `send` and waits for the response of its service; what was left queued on the link
 // from earlier requests is discarded first. `expected` is not compared: a receive buffer
-// handed in may hold anything.
+// handed in may hold anything. A request that suppresses its positive response (3E 80)
+// succeeds with an empty message when no negative one comes within P2.
 HOSTBRIDGE_API UDSProcessResult SendAndRecvUDSMessage(diagnosis::diagnosis_service_s* service,
                                                       BigMessageData* send, BigMessageData* expected);
 

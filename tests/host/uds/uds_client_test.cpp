@@ -167,6 +167,22 @@ TEST_F(UdsClientTest, RequestDiscardsStaleAnswersQueuedBeforeIt) {
     EXPECT_EQ(response.message, (Bytes{0x62, 0xF1, 0x90, 0xBB}));
 }
 
+TEST_F(UdsClientTest, SuppressedPositiveResponseSucceedsUnlessANegativeOneComes) {
+    auto response = client.request({0x3E, 0x80}, true, timing);
+    EXPECT_EQ(response.status, hostuds::kUdsOk);
+    EXPECT_TRUE(response.message.empty());
+    EXPECT_EQ(clock.elapsedMs(), 50);
+
+    peer.script({{milliseconds(5), {0x7F, 0x31, 0x33}}});
+    EXPECT_EQ(client.request({0x31, 0x81, 0x02, 0x03}, false, timing).status, 0x33);
+    // After 0x78 the final answer is due even when suppressed.
+    peer.script({{milliseconds(5), {0x7F, 0x31, 0x78}}});
+    EXPECT_EQ(client.request({0x31, 0x81, 0x02, 0x03}, false, timing).status, hostuds::kUdsResponsePending);
+    // No sub-function, no bit: 0x22 with 0x80 in its identifier still wants its answer.
+    EXPECT_EQ(client.request({0x22, 0x80, 0x01}, false, timing).status, hostuds::kUdsTimeout);
+    EXPECT_EQ(client.request({0x3E, 0x00}, false, timing).status, hostuds::kUdsTimeout);
+}
+
 TEST_F(UdsClientTest, EmptyRequestIsRefusedWithoutSending) {
     EXPECT_EQ(client.request({}, false, timing).status, hostuds::kUdsBadArgument);
     EXPECT_TRUE(peer.sent.empty());

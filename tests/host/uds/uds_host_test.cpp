@@ -109,6 +109,18 @@ TEST_F(UdsHostTest, SendAndRecvGivesTheLibrarysStatuses) {
     EXPECT_EQ(uds::SendAndRecvUDSMessage(&service, &request, &expected).status, 2);
 }
 
+TEST_F(UdsHostTest, PendingAnswersBeyondTheConfiguredLimitGive78) {
+    hostuds::setMaxPending(1);
+    BigMessageData request = bytes({0x31, 0x01, 0xFF, 0x00});
+    peer.script({{milliseconds(1), {0x7F, 0x31, 0x78}}, {milliseconds(1), {0x7F, 0x31, 0x78}},
+                 {milliseconds(1), {0x71, 0x01, 0xFF, 0x00}}});
+    EXPECT_EQ(uds::SendAndRecvUDSMessage(&service, &request, nullptr).status, 0x78);
+    hostuds::setMaxPending(2);
+    peer.script({{milliseconds(1), {0x7F, 0x31, 0x78}}, {milliseconds(1), {0x7F, 0x31, 0x78}},
+                 {milliseconds(1), {0x71, 0x01, 0xFF, 0x00}}});
+    EXPECT_EQ(uds::SendAndRecvUDSMessage(&service, &request, nullptr).status, 0);
+}
+
 TEST_F(UdsHostTest, ZeroTimesInTheRecordMeanTheUsualP2AndP2Extend) {
     service.uds.p2time = 0;
     service.uds.p2extend_time = 0;
