@@ -5,4 +5,5 @@
 #include "host/log_interface.h"
 #include "host/frame_kit.h"
 #include "host/sdk_receiver.h"
+#include "host/uds/uds_host.h"
 #include "host/workstation.h"
