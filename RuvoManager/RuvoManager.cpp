@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "dispatch/future_service.h"
 #include "dispatch/handler_sets.h"
 #include "host/log_interface.h"
 #include "model/manager_port.h"
@@ -27,6 +28,10 @@ const bool g_portInstalled = [] {
     port.stopMeasurement = [] { return ruvo_sdk::kelnStop(); };
     port.resetFirstFrame = [] { RuvoManager::getInstance().initRecvMessage(); };
     port.firstFrame = [](_KelnCan* out) { return RuvoManager::getInstance().getRecvMesssage(out); };
+    port.createFuture = [](keln_diagnosis_service_s* service, KelnBigMessageData* message, int cycleMs,
+                           int count, const std::string& key) {
+        RuvoManager::getInstance().createRuvoFuture(service, message, cycleMs, count, key);
+    };
     ruvo::setManagerPort(port);
     return true;
 }();
@@ -41,7 +46,7 @@ RuvoManager& RuvoManager::getInstance() {
     return *instance;
 }
 
-RuvoManager::RuvoManager() : handlerCache(new ruvo::HandlerCache) {
+RuvoManager::RuvoManager() : handlerCache(new ruvo::HandlerCache), futures(new ruvo::FutureList) {
     static ruvo::HandlerCache* cache = handlerCache.get();
     ruvo::setModelListener([] { cache->drop(); });
     MpRuvo::setModuleHooks([](const std::string&) { RuvoManager::getInstance().registerLambdaCallback(); },
@@ -165,3 +170,12 @@ void RuvoManager::registerLambdaCallback() {}
 
 void RuvoManager::unregisterLambdaCallback(std::string) {}
 
+void RuvoManager::createRuvoFuture(keln_diagnosis_service_s* const service, KelnBigMessageData* const message,
+                                   int cycleMs, int count, std::string key) {
+    futures->create(service, message, cycleMs, count, key);
+}
+
+void RuvoManager::interruptRuvoFuture(std::string key) { futures->interrupt(key); }
+void RuvoManager::waitRuvoFuture() { futures->wait(); }
+void RuvoManager::clearRuvoFuture() { futures->clear(); }
+size_t RuvoManager::ruvoFutureCount() const { return futures->size(); }

@@ -15,6 +15,7 @@
 
 namespace ruvo {
 class HandlerCache;
+class FutureList;
 struct BusHandler;
 }
 
@@ -50,6 +51,14 @@ public:
     void unregisterLambdaCallback(std::string appletName);
     int formatFile(const char*) { return 0; }
 
+    // The cyclic diagnostic sends of send_uds_async; see ruvo::FutureList.
+    void createRuvoFuture(keln_diagnosis_service_s* const service, KelnBigMessageData* const message,
+                          int cycleMs, int count, std::string key);
+    void interruptRuvoFuture(std::string key);
+    void waitRuvoFuture();
+    void clearRuvoFuture();
+    size_t ruvoFutureCount() const;
+
     // ISDKReceiver
     void beforeStartup() override;
     void onStartup(std::list<int> channels, std::list<int> devices) override;
@@ -75,4 +84,5 @@ private:
     _KelnCan* recvFrame = nullptr;
     std::mutex recvMutex;
     std::unique_ptr<ruvo::HandlerCache> handlerCache;
+    std::unique_ptr<ruvo::FutureList> futures;
 };

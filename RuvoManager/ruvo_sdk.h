@@ -171,6 +171,9 @@ RUVO_API int kelnStop();
 // ---- modules ----
 RUVO_API int loadRuvoMp(const char* applet);
 RUVO_API int unloadRuvoMp(const char* applet);
+// Ends every cyclic diagnostic send of send_uds_async (all applets); returns when they have
+// ended. Always 0.
+RUVO_API int interruptRuvoFuture();
 // Loads the module first if needed; null for an unknown applet or symbol.
 RUVO_API void* getRuvoFuncAddr(const char* applet, const char* func);
 // Runs a void or s32 function of the loaded module with no argument.

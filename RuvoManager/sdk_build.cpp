@@ -51,7 +51,15 @@ int loadRuvoMp(const char* name) {
 }
 
 int unloadRuvoMp(const char* name) {
+    // Cyclic sends are entered under "RUVO_FUTURE", so this matches none of them: they outlive
+    // the unload until the next stop, kept as the host expects.
+    RuvoManager::getInstance().interruptRuvoFuture(str(name));
     if (auto a = applet(name)) a->destoryMp();
+    return 0;
+}
+
+int interruptRuvoFuture() {
+    RuvoManager::getInstance().interruptRuvoFuture("RUVO_FUTURE");
     return 0;
 }
 

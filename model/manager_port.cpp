@@ -11,6 +11,7 @@ std::atomic<int (*)()> g_start{nullptr};
 std::atomic<int (*)()> g_stop{nullptr};
 std::atomic<void (*)()> g_reset{nullptr};
 std::atomic<bool (*)(_KelnCan*)> g_first{nullptr};
+std::atomic<decltype(ManagerPort::createFuture)> g_future{nullptr};
 }  // namespace
 
 void setManagerPort(const ManagerPort& port) {
@@ -19,6 +20,7 @@ void setManagerPort(const ManagerPort& port) {
     g_stop.store(port.stopMeasurement);
     g_reset.store(port.resetFirstFrame);
     g_first.store(port.firstFrame);
+    g_future.store(port.createFuture);
 }
 
 MpRuvo* findApplet(const std::string& name) {
@@ -43,6 +45,11 @@ void resetFirstFrame() {
 bool firstFrame(_KelnCan* out) {
     auto f = g_first.load();
     return f != nullptr && f(out);
+}
+
+void createFuture(keln_diagnosis_service_s* service, KelnBigMessageData* message, int cycleMs, int count,
+                  const std::string& key) {
+    if (auto f = g_future.load()) f(service, message, cycleMs, count, key);
 }
 
 }  // namespace ruvo

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "model/keln_types.h"
+#include "model/records/ruvo_basic_def.h"
 
 class MpRuvo;
 
@@ -17,6 +18,9 @@ struct ManagerPort {
     int (*stopMeasurement)() = nullptr;   // kelnStop
     void (*resetFirstFrame)() = nullptr;  // initRecvMessage
     bool (*firstFrame)(_KelnCan* out) = nullptr;
+    // RuvoManager::createRuvoFuture
+    void (*createFuture)(keln_diagnosis_service_s* service, KelnBigMessageData* message, int cycleMs,
+                         int count, const std::string& key) = nullptr;
 };
 
 void setManagerPort(const ManagerPort& port);
@@ -26,5 +30,7 @@ int startMeasurement();
 int stopMeasurement();
 void resetFirstFrame();
 bool firstFrame(_KelnCan* out);
+void createFuture(keln_diagnosis_service_s* service, KelnBigMessageData* message, int cycleMs, int count,
+                  const std::string& key);
 
 }  // namespace ruvo
