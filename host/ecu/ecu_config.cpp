@@ -5,12 +5,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <initializer_list>
 #include <memory>
 #include <set>
-#include <sstream>
 
 namespace hostbridge {
 namespace ecu {
@@ -431,7 +431,7 @@ bool parseEcuConfig(const std::string& text, const std::string& fileName, EcuCon
     offset = std::min(offset, text.size());
     // Anything but blanks after the value is as broken as a broken value.
     const size_t rest = text.find_first_not_of(" \t\r\n", offset);
-    if (!root || (root && rest != std::string::npos)) {
+    if (!root || rest != std::string::npos) {
         if (root) offset = rest;
         const auto line = 1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(offset), '\n');
         error = fileName + ": line " + std::to_string(line) + ": not valid JSON";

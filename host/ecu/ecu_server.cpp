@@ -1,6 +1,7 @@
 #include "host/ecu/ecu_server.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <optional>
 #include <utility>
 
@@ -57,7 +58,7 @@ struct EcuServer::Answer {
     bool suppressPositive = false;
     std::optional<unsigned> pending;
 
-    Answer(std::vector<uint8_t> b) : bytes(std::move(b)) {}  // NOLINT: answers read as bytes
+    Answer(std::vector<uint8_t> b) : bytes(std::move(b)) {}  // implicit: handlers return byte lists
     Answer(std::vector<uint8_t> b, bool suppress, std::optional<unsigned> p = std::nullopt)
         : bytes(std::move(b)), suppressPositive(suppress), pending(p) {}
 };
@@ -76,7 +77,7 @@ void EcuServer::backToDefault() {
 }
 
 void EcuServer::advance(std::chrono::microseconds now) {
-    if (started_ && session_ != 0x01 && now - lastActivity_ >= ms(config_.s3Ms)) backToDefault();
+    if (session_ != 0x01 && now - lastActivity_ >= ms(config_.s3Ms)) backToDefault();
 }
 
 std::vector<EcuReply> EcuServer::handle(const std::vector<uint8_t>& request, bool functional,
@@ -84,7 +85,6 @@ std::vector<EcuReply> EcuServer::handle(const std::vector<uint8_t>& request, boo
     advance(now);
     if (request.empty()) return {};
     Answer answer = dispatch(request, now);
-    started_ = true;
     lastActivity_ = now;
 
     const bool isNegative = answer.bytes[0] == 0x7F;
@@ -264,8 +264,8 @@ EcuServer::Answer EcuServer::writeDid(const std::vector<uint8_t>& request) {
 
 EcuServer::Answer EcuServer::readDtcs(const std::vector<uint8_t>& request) {
     if (request.size() < 2) return negative(0x19, kIncorrectLength);
-    const uint8_t sub = request[1] & 0x7F;
-    const bool suppress = (request[1] & kSuppressBit) != 0;
+    // Reading trouble codes has no suppressed form: bit 7 is part of the report type.
+    const uint8_t sub = request[1];
     const uint8_t available = config_.dtcAvailabilityMask;
     if (sub != 0x01 && sub != 0x02 && sub != 0x0A) return negative(0x19, kSubFunctionNotSupported);
     if (request.size() != (sub == 0x0A ? 2u : 3u)) return negative(0x19, kIncorrectLength);
@@ -277,7 +277,7 @@ EcuServer::Answer EcuServer::readDtcs(const std::vector<uint8_t>& request) {
     if (sub == 0x01) {
         out.push_back(config_.dtcFormat);
         putU16(out, static_cast<uint32_t>(std::count_if(config_.dtcs.begin(), config_.dtcs.end(), matches)));
-        return {out, suppress};
+        return out;
     }
     for (const EcuDtc& dtc : config_.dtcs) {
         if (!matches(dtc)) continue;
@@ -286,7 +286,7 @@ EcuServer::Answer EcuServer::readDtcs(const std::vector<uint8_t>& request) {
         putU16(out, dtc.code & 0xFFFF);
         out.push_back(dtc.status & available);
     }
-    return {out, suppress};
+    return out;
 }
 
 EcuServer::Answer EcuServer::clearDtcs(const std::vector<uint8_t>& request) {

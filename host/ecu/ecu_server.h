@@ -62,8 +62,7 @@ private:
     unsigned failedKeys_ = 0;
     std::chrono::microseconds lockedUntil_{0};
     bool locked_ = false;  // too many invalid keys: requestSeed waits for lockedUntil_
-    std::chrono::microseconds lastActivity_{0};
-    bool started_ = false;  // lastActivity_ is valid
+    std::chrono::microseconds lastActivity_{0};  // the session timer runs from here
     std::map<uint16_t, bool> routineRunning_;  // present once started; true until stopped
 };
 

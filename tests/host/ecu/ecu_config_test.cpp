@@ -242,6 +242,17 @@ TEST(EcuConfig, DirectoryIsRefused) {
     EXPECT_EQ(error.rfind(RUVO_ECU_DATA_DIR, 0), 0u) << error;
 }
 
+TEST(EcuConfig, HugeFileIsRefusedUnread) {
+    const std::string path = ::testing::TempDir() + "/ecu_huge.json";
+    { std::ofstream out(path); }
+    std::filesystem::resize_file(path, 17u * 1024 * 1024);  // sparse: costs no disk
+    EcuConfig config;
+    std::string error;
+    EXPECT_FALSE(loadEcuConfig(path, config, error));
+    EXPECT_EQ(error, path + ": not a readable file of at most 16 MB");
+    std::filesystem::remove(path);
+}
+
 TEST(EcuConfig, BinaryGarbageFileIsRefused) {
     const std::string path = ::testing::TempDir() + "/ecu_garbage.json";
     {

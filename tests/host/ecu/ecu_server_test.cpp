@@ -172,6 +172,7 @@ INSTANTIATE_TEST_SUITE_P(
         ExchangeCase{"DtcUnknownSubFunction", {}, "19 03", "7F 19 12"},
         ExchangeCase{"DtcNoMask", {}, "19 01", "7F 19 13"},
         ExchangeCase{"DtcShort", {}, "19", "7F 19 13"},
+        ExchangeCase{"DtcHasNoSuppressedForm", {}, "19 81 FF", "7F 19 12"},
         ExchangeCase{"DtcSupportedWithMask", {}, "19 0A FF", "7F 19 13"},
         // 0x14
         ExchangeCase{"ClearAll", {}, "14 FF FF FF", "54"},
