@@ -63,7 +63,14 @@ struct EcuServer::Answer {
         : bytes(std::move(b)), suppressPositive(suppress), pending(p) {}
 };
 
-EcuServer::EcuServer(EcuConfig config) : config_(std::move(config)) {}
+EcuServer::EcuServer(EcuConfig config) : config_(std::move(config)) {
+    for (size_t i = 0; i < config_.dids.size(); ++i) didIndex_[config_.dids[i].id] = i;
+}
+
+EcuDid* EcuServer::findDid(uint16_t id) {
+    const auto found = didIndex_.find(id);
+    return found == didIndex_.end() ? nullptr : &config_.dids[found->second];
+}
 
 bool EcuServer::allowed(const SessionSet& sessions) const {
     return sessions.empty() || std::find(sessions.begin(), sessions.end(), session_) != sessions.end();
@@ -87,6 +94,8 @@ std::vector<EcuReply> EcuServer::handle(const std::vector<uint8_t>& request, boo
     Answer answer = dispatch(request, now);
     lastActivity_ = now;
 
+    if (answer.bytes[0] != 0x7F && answer.bytes.size() > config_.maxResponseLength)
+        answer = Answer(negative(request[0], kResponseTooLong));
     const bool isNegative = answer.bytes[0] == 0x7F;
     if (isNegative && functional && silentWhenFunctional(answer.bytes[2])) return {};
     // The time goes into doing the work: only a positive answer is preceded by pending ones.
@@ -225,9 +234,8 @@ EcuServer::Answer EcuServer::readDids(const std::vector<uint8_t>& request) {
     // is the request out of range.
     std::vector<const EcuDid*> found;
     for (size_t i = 0; i < count; ++i) {
-        const uint16_t id = getU16(request, 1 + 2 * i);
-        for (const EcuDid& did : config_.dids)
-            if (did.id == id && did.readable && allowed(did.readSessions)) found.push_back(&did);
+        const EcuDid* did = findDid(getU16(request, 1 + 2 * i));
+        if (did != nullptr && did->readable && allowed(did->readSessions)) found.push_back(did);
     }
     if (found.empty()) return negative(0x22, kRequestOutOfRange);
     std::optional<unsigned> pending;
@@ -250,9 +258,8 @@ EcuServer::Answer EcuServer::readDids(const std::vector<uint8_t>& request) {
 EcuServer::Answer EcuServer::writeDid(const std::vector<uint8_t>& request) {
     if (request.size() < 4) return negative(0x2E, kIncorrectLength);
     const uint16_t id = getU16(request, 1);
-    const auto did = std::find_if(config_.dids.begin(), config_.dids.end(),
-                                  [&](const EcuDid& d) { return d.id == id; });
-    if (did == config_.dids.end() || !did->writable || !allowed(did->writeSessions))
+    EcuDid* did = findDid(id);
+    if (did == nullptr || !did->writable || !allowed(did->writeSessions))
         return negative(0x2E, kRequestOutOfRange);
     if (did->writeSecurity != 0 && unlockedLevel_ != did->writeSecurity)
         return negative(0x2E, kSecurityAccessDenied);

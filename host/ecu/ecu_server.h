@@ -4,6 +4,7 @@
 // over a transport is a loop of receive, handle, wait and send, and tests drive time by hand.
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <vector>
@@ -53,6 +54,7 @@ private:
     Answer routineControl(const std::vector<uint8_t>& request);
 
     bool allowed(const SessionSet& sessions) const;
+    EcuDid* findDid(uint16_t id);
     void backToDefault();
 
     EcuConfig config_;
@@ -63,6 +65,7 @@ private:
     std::chrono::microseconds lockedUntil_{0};
     bool locked_ = false;  // too many invalid keys: requestSeed waits for lockedUntil_
     std::chrono::microseconds lastActivity_{0};  // the session timer runs from here
+    std::map<uint16_t, size_t> didIndex_;  // identifier -> position in config_.dids
     std::map<uint16_t, bool> routineRunning_;  // present once started; true until stopped
 };
 

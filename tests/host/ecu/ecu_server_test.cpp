@@ -388,6 +388,29 @@ TEST(EcuServer, LimitOnAnswerLengthIsConfigurable) {
     EXPECT_EQ(ask(ecu, "22 F1 90 F1 95"), "7F 22 14");
 }
 
+TEST(EcuServer, AnyPositiveAnswerBeyondTheLimitIsTooLong) {
+    EcuConfig config = engine();
+    config.maxResponseLength = 8;
+    config.routines.push_back({});
+    config.routines.back().id = 0x0042;
+    config.routines.back().startResult = bytes("01 02 03 04 05");
+    EcuServer ecu(config);
+    ask(ecu, "10 03");
+    EXPECT_EQ(ask(ecu, "31 01 00 42"), "7F 31 14");
+    EXPECT_EQ(ask(ecu, "27 01"), "67 01 12 34 56 78");  // 6 bytes: fits
+}
+
+TEST(EcuServer, SecondFileCarriesItsOwnTimings) {
+    EcuConfig config;
+    std::string error;
+    ASSERT_TRUE(hostbridge::ecu::loadEcuConfig(std::string(RUVO_ECU_DATA_DIR) + "/body_ecu_extended.json",
+                                               config, error)) << error;
+    EcuServer ecu(config);
+    EXPECT_EQ(ask(ecu, "10 03"), "50 03 00 19 00 FA");
+    EXPECT_EQ(ask(ecu, "27 01"), "7F 27 11");  // no security levels
+    EXPECT_EQ(ask(ecu, "31 01 00 00"), "7F 31 31");
+}
+
 TEST(EcuServer, SecurityServiceIsUnknownWithoutLevels) {
     EcuConfig config = engine();
     config.securityLevels.clear();
