@@ -34,7 +34,7 @@ public:
         socketcand::Limits limits;
         // Frames wait this long after the "< ok >" to rawmode: a client reading that reply must
         // not get a frame in the same read.
-        int handshakePauseMs = 50;
+        int handshakePauseMs = 100;
     };
 
     SocketcandServer();

@@ -4,12 +4,18 @@
 //   rx                     frames received since the last rx    -> "CH ID EXT HEX|-" lines, "end"
 //   clients                connected clients                    -> "clients N"
 //   logged TEXT            whether a log line contains TEXT     -> "yes" / "no"
+//   stream CH MS           frame 700 every half millisecond for MS ms, in the background
+//                                                               -> "streaming"
+//   streamed               waits for the stream's end           -> "done N" (frames sent)
 // The first line out is "port N".
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <iostream>
 #include <mutex>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host/HostBridge.h"
@@ -58,6 +64,8 @@ int main() {
     }
     std::cout << "port " << server.port() << std::endl;
 
+    std::thread stream;
+    std::atomic<int> streamed{0};
     std::string line;
     while (std::getline(std::cin, line)) {
         std::istringstream in(line);
@@ -95,10 +103,30 @@ int main() {
                 if (record.text.find(text) != std::string::npos) found = true;
             }
             std::cout << (found ? "yes" : "no") << std::endl;
+        } else if (command == "stream" && !stream.joinable()) {
+            int channel = 0, ms = 0;
+            in >> channel >> ms;
+            streamed = 0;
+            stream = std::thread([channel, ms, &streamed] {
+                const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms);
+                while (std::chrono::steady_clock::now() < end) {
+                    const unsigned char data[2] = {0x70, 0x00};
+                    data_flow_interface::sendCan(NETWORK_CAN, channel,
+                                                 hostbridge::makeCanFrame(0, channel, 0x700, false, false, false, data, 2),
+                                                 PRIORITY_NORMAL);
+                    ++streamed;
+                    std::this_thread::sleep_for(std::chrono::microseconds(500));
+                }
+            });
+            std::cout << "streaming" << std::endl;
+        } else if (command == "streamed") {
+            if (stream.joinable()) stream.join();
+            std::cout << "done " << streamed.load() << std::endl;
         } else if (command == "quit") {
             break;
         }
     }
+    if (stream.joinable()) stream.join();
     server.stop();
     device_control_interface::shutdown({});
     return 0;

@@ -162,6 +162,17 @@ def main():
     expect(c1, 0x333, [2], "workstation->can1")
     c1.shutdown()
 
+    # Clients that connect while the bus is busy still get their "< ok >" alone.
+    assert host.ask("stream 1 400") == "streaming"
+    time.sleep(0.02)
+    busy = [client(host.port, "can1") for _ in range(3)]
+    for c in busy:
+        msg = c.recv(TIMEOUT)
+        assert msg is not None and msg.arbitration_id == 0x700, f"busy bus: got {msg}"
+        c.shutdown()
+    streamed = host.ask("streamed").split()
+    assert streamed[0] == "done" and int(streamed[1]) > 100, streamed
+
     # Hostile clients, each dropped with a log line.
     garbage = raw_client(host.port)
     garbage.sendall(b"\x00\x01 garbage <<<")

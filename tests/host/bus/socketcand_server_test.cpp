@@ -36,6 +36,7 @@ public:
     }
     ~TcpClient() { close(); }
     bool connected() const { return connected_; }
+    int fd() const { return fd_; }
     void close() {
         if (fd_ >= 0) ::close(fd_);
         fd_ = -1;
@@ -93,10 +94,10 @@ struct Served : ::testing::Test {
         hostbridge::setChannelCount(4);
         ASSERT_EQ(device_control_interface::startup({}), 0);
     }
-    void serve(hostbridge::SocketcandServer::Options options = {}) {
+    void serve(hostbridge::SocketcandServer::Options options = {}, int pauseMs = 0) {
         options.host = "127.0.0.1";
         options.port = 0;
-        options.handshakePauseMs = 0;
+        options.handshakePauseMs = pauseMs;
         std::string error;
         ASSERT_TRUE(server.start(options, &error)) << error;
         port = server.port();
@@ -199,6 +200,30 @@ TEST_F(Served, GarbageAndMidMessageDisconnectAreLoggedAndOthersCarryOn) {
     EXPECT_TRUE(logged("dropped: disconnected in the middle of a message"));
     sendCan(0, 0x7FF, false, {1, 2, 3});
     EXPECT_EQ(good.next(), "< frame 7FF 1.000002 010203 >");
+}
+
+TEST_F(Served, TheReplyToRawmodeIsReadAloneOnABusyBus) {
+    serve({}, 100);
+    std::atomic<bool> busy{true};
+    std::thread traffic([&] {
+        while (busy.load()) {
+            sendCan(0, 0x700, false, {0x70});
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+    });
+    TcpClient client(port);
+    ASSERT_EQ(client.next(), "< hi >");
+    client.write("< open can0 >");
+    ASSERT_EQ(client.next(), "< ok >");
+    client.write("< rawmode >");
+    // A client that reads the reply a little late, in one read, must find it alone.
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    char chunk[256];
+    const ssize_t n = recv(client.fd(), chunk, sizeof chunk, 0);
+    EXPECT_EQ(std::string(chunk, n > 0 ? static_cast<size_t>(n) : 0), "< ok >");
+    EXPECT_EQ(client.next(), "< frame 700 1.000002 70 >");
+    busy = false;
+    traffic.join();
 }
 
 TEST_F(Served, MoreClientsThanAllowedAreRefused) {
