@@ -104,7 +104,15 @@ void Session::feed(const char* data, size_t size, uint64_t nowUs, Output& out) {
     for (size_t i = 0; i < size && !dropped_; ++i) {
         const char c = data[i];
         if (!inMessage_) {
-            if (isBlank(c)) continue;
+            if (isBlank(c)) {
+                // Blanks between messages are fine; an endless stream of them is not.
+                if (++blanks_ > kMaxMessageLength) {
+                    fail(out, "more than " + std::to_string(kMaxMessageLength) + " blanks between messages");
+                    return;
+                }
+                continue;
+            }
+            blanks_ = 0;
             if (c != '<') {
                 char reason[64];
                 std::snprintf(reason, sizeof reason, "byte 0x%02X outside a message",

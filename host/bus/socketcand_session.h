@@ -88,6 +88,7 @@ private:
     Mode mode_ = Mode::Closed;
     int channel_ = -1;
     bool inMessage_ = false;
+    size_t blanks_ = 0;
     bool dropped_ = false;
     std::string message_;
 };

@@ -152,6 +152,7 @@ TEST(SocketcandSession, BrokenProtocolDropsTheClientAndTakesNothingMore) {
         {"< open >", "bad open"},
         {"< rawmode now >", "bad rawmode"},
         {"< send 123 0 " + std::string(600, ' '), "message longer than 512 bytes"},
+        {std::string(513, '\n'), "more than 512 blanks between messages"},
     };
     for (const auto& c : cases) {
         Session session = rawSession();
