@@ -273,14 +273,15 @@ void SocketcandServer::Impl::flush(Client& client) {
 }
 
 void SocketcandServer::Impl::close(Client& client) {
-    // After this the node's listener is done, so the outbox is ours alone.
-    detachNode(client.node);
-    ::close(client.fd);
+    // Logged before the socket closes, so whoever sees the close finds the reason.
     if (client.warn) {
         log_interface::log_warn("socketcand: client %s dropped: %s", client.peer.c_str(), client.reason.c_str());
     } else {
         log_interface::log_info("socketcand: client %s %s", client.peer.c_str(), client.reason.c_str());
     }
+    // After this the node's listener is done, so the outbox is ours alone.
+    detachNode(client.node);
+    ::close(client.fd);
     --clientCount;
 }
 
