@@ -216,6 +216,8 @@ void SocketcandServer::Impl::receive(Client& client) {
             outbox.bytes += reply.size();
             outbox.queue.push_back(std::move(reply));
         }
+        // Asking without reading the answers backs up like frames do.
+        if (outbox.bytes > outbox.limit) outbox.overflow = true;
     }
     const int wanted = client.session.mode() == socketcand::Session::Mode::Raw ? client.session.channel() : -1;
     if (wanted != outbox.channel.load()) {

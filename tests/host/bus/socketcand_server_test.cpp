@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <mutex>
 #include <string>
@@ -183,6 +184,24 @@ TEST_F(Served, AClientThatDoesNotReadIsDroppedWithoutHoldingTheBus) {
     open(next, "can0");
     sendCan(0, 0x124, false, {});
     EXPECT_EQ(next.next(), "< frame 124 1.000002  >");
+}
+
+TEST_F(Served, AClientThatAsksWithoutReadingTheAnswersIsDropped) {
+    hostbridge::SocketcandServer::Options options;
+    options.outputLimit = 8192;
+    options.limits.messagesPerSecond = 1e9;
+    options.limits.burst = 1e9;
+    serve(options);
+    TcpClient deaf(port, 4096);
+    open(deaf, "can0");
+    std::string asks;
+    for (int i = 0; i < 1000; ++i) asks += "< echo >";
+    const auto start = Clock::now();
+    while (server.clientCount() > 0 && Clock::now() - start < std::chrono::seconds(5)) {
+        if (send(deaf.fd(), asks.data(), asks.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0 && errno != EAGAIN) break;
+    }
+    EXPECT_TRUE(waitFor([&] { return server.clientCount() == 0; }));
+    EXPECT_TRUE(logged("dropped: reads too slowly"));
 }
 
 TEST_F(Served, GarbageAndMidMessageDisconnectAreLoggedAndOthersCarryOn) {
