@@ -54,9 +54,8 @@ public:
     bool running() const;
     size_t clientCount() const;
 
-    struct Impl;
-
 private:
+    struct Impl;
     std::unique_ptr<Impl> impl_;
 };
 
