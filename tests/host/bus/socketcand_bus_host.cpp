@@ -1,7 +1,7 @@
 // A workstation with its bus served on a free loopback port, driven line by line on stdin so
 // a test written with other tools can play the applet's part:
 //   send CH ID EXT HEX|-   transmit as the workstation          -> "sent RC"
-//   rx                     frames received since the last rx    -> "CH ID EXT HEX|-" lines, "end"
+//   rx                     frames receivers got since last rx   -> "CH ID EXT HEX|-" lines, "end"
 //   clients                connected clients                    -> "clients N"
 //   logged TEXT            whether a log line contains TEXT     -> "yes" / "no"
 //   stream CH MS           frame 700 every half millisecond for MS ms, in the background
@@ -42,17 +42,32 @@ int main() {
     hostbridge::setChannelCount(2);
     if (device_control_interface::startup({}) != 0) return 1;
 
-    std::mutex mutex;
-    std::vector<std::string> received;
-    hostbridge::addReceiveListener([&](const std::shared_ptr<MsgHeaderBase>& message) {
-        const KELN::CanHeader* h = KELN::CanMsgAnalyse::getCanHeader(message);
-        if (h == nullptr) return;
-        char head[64];
-        std::snprintf(head, sizeof head, "%d %X %d ", h->channel, static_cast<unsigned>(h->identifier),
-                      h->extended ? 1 : 0);
-        std::lock_guard<std::mutex> lock(mutex);
-        received.push_back(head + hex(KELN::CanMsgAnalyse::getCanData(message), h->length));
-    });
+    // Received frames as an applet's receive handler gets them.
+    struct Recorder : ISDKReceiver {
+        std::mutex mutex;
+        std::vector<std::string> received;
+        void beforeStartup() override {}
+        void onStartup(std::list<int>, std::list<int>) override {}
+        void onShutdown() override {}
+        void onFindDeviceSuccess(const std::map<DevType, int>&) override {}
+        void onSortPackageRecv(const CanPackage*, int) override {}
+        void prePackageSend(std::list<CanPackage>&) override {}
+        void onPackageRecv(const CanPackage* packages, int count) override {
+            for (int i = 0; i < count; ++i) {
+                if (packages[i].message == nullptr || packages[i].message->direction != 0) continue;
+                const KELN::CanHeader* h = KELN::CanMsgAnalyse::getCanHeader(packages[i].message);
+                if (h == nullptr) continue;
+                char head[64];
+                std::snprintf(head, sizeof head, "%d %X %d ", h->channel, static_cast<unsigned>(h->identifier),
+                              h->extended ? 1 : 0);
+                std::lock_guard<std::mutex> lock(mutex);
+                received.push_back(head + hex(KELN::CanMsgAnalyse::getCanData(packages[i].message), h->length));
+            }
+        }
+    } recorder;
+    registReceiver(&recorder);
+    std::mutex& mutex = recorder.mutex;
+    std::vector<std::string>& received = recorder.received;
 
     hostbridge::SocketcandServer server;
     hostbridge::SocketcandServer::Options options;
@@ -129,5 +144,6 @@ int main() {
     if (stream.joinable()) stream.join();
     server.stop();
     device_control_interface::shutdown({});
+    unRegistReceiver(&recorder);
     return 0;
 }
