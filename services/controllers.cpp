@@ -64,17 +64,17 @@ void ComFunsImp::registerFunctions() {
     c.add(funcs, com("send_canfd_async"), address(table.send_canfd_async));
     table.send_canfd_sync = services::send_can_sync;  // the "sync" forms are one function
     c.add(funcs, com("send_canfd_sync"), address(table.send_canfd_sync));
-    RUVO_NOT_AVAILABLE(table, send_uds_async);
+    table.send_uds_async = services::send_uds_async;
     c.add(funcs, com("send_uds_async"), address(table.send_uds_async));
-    RUVO_NOT_AVAILABLE(table, send_uds_sync);
+    table.send_uds_sync = services::send_uds_sync;
     c.add(funcs, com("send_uds_sync"), address(table.send_uds_sync));
     table.wait_can_msg = services::wait_can_msg;
     c.add(funcs, com("wait_can_msg"), address(table.wait_can_msg));
     table.send_and_recv_can_msg = services::send_and_recv_can_msg;
     c.add(funcs, com("send_and_recv_can_msg"), address(table.send_and_recv_can_msg));
-    RUVO_NOT_AVAILABLE(table, wait_uds_msg);
+    table.wait_uds_msg = services::wait_uds_msg;
     c.add(funcs, com("wait_uds_msg"), address(table.wait_uds_msg));
-    RUVO_NOT_AVAILABLE(table, send_and_recv_uds_msg);
+    table.send_and_recv_uds_msg = services::send_and_recv_uds_msg;
     c.add(funcs, com("send_and_recv_uds_msg"), address(table.send_and_recv_uds_msg));
     table.run_so_library = services::run_so_library;
     c.add(funcs, com("run_so_library"), address(table.run_so_library));
@@ -85,9 +85,9 @@ void ComFunsImp::registerFunctions() {
     RUVO_NOT_AVAILABLE(table, show_ruvo_box);
     c.add(funcs, com("show_ruvo_box"), address(table.show_ruvo_box));
     // No metadata: the editor does not list these, modules call them all the same.
-    RUVO_NOT_AVAILABLE(table, uds_change_parameter);
+    table.uds_change_parameter = services::uds_change_parameter;
     table.calculate_can_message = services::calculate_can_message;
-    RUVO_NOT_AVAILABLE(table, set_uds_mapping_info);
+    table.set_uds_mapping_info = services::set_uds_mapping_info;
     c.add(funcs, com("set_uds_mapping_info"), address(table.set_uds_mapping_info));
 }
 
@@ -105,7 +105,7 @@ void GenFunsImp::registerFunctions() {
     c.add(funcs, gen("disconnect"), address(table.disconnect));
     table.is_connected = reinterpret_cast<RuvoSlot>(services::is_connected);
     c.add(funcs, gen("is_connected"), address(table.is_connected));
-    RUVO_NOT_AVAILABLE(table, set_cycle_task_enable);  // no metadata
+    table.set_cycle_task_enable = services::setKELNrcycleTaskEnable;  // no metadata
     table.get_date_time = services::get_date_time;
     c.add(funcs, gen("get_date_time"), address(table.get_date_time));
     table.get_date_time_ms = services::get_date_time_ms;

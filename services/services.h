@@ -34,6 +34,15 @@ s32 success_ex(const char* applet, const char* format, ...);
 s32 warn_ex(const char* applet, const char* format, ...);
 s32 error_ex(const char* applet, const char* format, ...);
 
+// diagnosis (ISO 15765)
+s32 send_uds_async(PKelnEcuInfo pSendEcu, PKelnBigMsg pSendMsg, s32 cyclems, s32 count);
+s32 send_uds_sync(PKelnEcuInfo pSendEcu, PKelnBigMsg pSendMsg);
+s32 wait_uds_msg(PKelnUds pRecvUds, s32 timeout);
+s32 send_and_recv_uds_msg(PKelnEcuInfo ecuInfo, PKelnBigMsg pSendUds, PKelnBigMsg pRecvUds, s32 timeout);
+s32 uds_change_parameter(PKelnEcuInfo service, s32 parameterId, s32 value);
+s32 set_uds_mapping_info(KelnUDSMappingInfo type);
+s32 setKELNrcycleTaskEnable(PKelnEcuInfo service, s32 enable);
+
 // device
 s32 run_so_library(const char* sofile, const char* funname, const u8* seed, u16 sdlen, u8* key,
                    u16* kylen, void* pvoid);

@@ -17,23 +17,25 @@ struct _KelnCom {
     s32 (*send_canfd_sync)(PKelnCan pSendCan);                        // 6
     RuvoSlot reserved7;                                               // 7
     RuvoSlot reserved8;                                               // 8
-    RuvoSlot send_uds_async;                                          // 9
-    RuvoSlot send_uds_sync;                                           // 10
+    s32 (*send_uds_async)(PKelnEcuInfo pSendEcu, PKelnBigMsg pSendMsg, s32 cyclems,
+                          s32 count);                                 // 9
+    s32 (*send_uds_sync)(PKelnEcuInfo pSendEcu, PKelnBigMsg pSendMsg); // 10
     RuvoSlot show_procedure_box;                                      // 11
     RuvoSlot show_ruvo_box;                                           // 12
-    RuvoSlot send_and_recv_uds_msg;                                   // 13
+    s32 (*send_and_recv_uds_msg)(PKelnEcuInfo ecuInfo, PKelnBigMsg pSendUds, PKelnBigMsg pRecvUds,
+                                 s32 timeout);                        // 13
     s32 (*run_so_library)(const char* sofile, const char* funname, const u8* seed, u16 sdlen,
                           u8* key, u16* kylen, void* pvoid);          // 14
     RuvoSlot set_dev_buzz;                                            // 15
-    RuvoSlot uds_change_parameter;                                    // 16
+    s32 (*uds_change_parameter)(PKelnEcuInfo service, s32 parameterId, s32 value);  // 16
     s32 (*wait_can_msg)(PKelnCan pRecvCan, s32 timeout);              // 17
     RuvoSlot reserved18;                                              // 18
-    RuvoSlot wait_uds_msg;                                            // 19
+    s32 (*wait_uds_msg)(PKelnUds pRecvUds, s32 timeout);              // 19
     s32 (*calculate_can_message)(const char* signal, s32 a, s32 b, double value,
                                  u8* data);                           // 20
     s32 (*send_and_recv_can_msg)(PKelnCan pSendCan, PKelnCan pRecvCan, s32 timeout);  // 21
     RuvoSlot reserved22;                                              // 22
-    RuvoSlot set_uds_mapping_info;                                    // 23
+    s32 (*set_uds_mapping_info)(KelnUDSMappingInfo type);             // 23
     RuvoSlot reserved[16];                                            // 24 to 39
 };
 

@@ -8,7 +8,7 @@ struct _KelnGen {
     RuvoSlot connect;                              // 1
     RuvoSlot disconnect;                           // 2
     RuvoSlot is_connected;                         // 3
-    RuvoSlot set_cycle_task_enable;                // 4
+    s32 (*set_cycle_task_enable)(PKelnEcuInfo service, s32 enable);  // 4
     s32 (*get_date_time)(u32* year, u32* month, u32* day, u32* hour, u32* minute, u32* second,
                          u32* milliseconds);       // 5
     u64 (*get_date_time_ms)(void);                 // 6

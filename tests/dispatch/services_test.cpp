@@ -42,10 +42,10 @@ TEST(ServiceTables, ExportedCopiesHoldTheServicesInTheirSlots) {
 
 TEST(ServiceTables, UnbuiltServiceLogsNotAvailable) {
     log_interface::takeRecords();
-    g_com.send_uds_sync();
+    g_com.show_ruvo_box();
     const auto records = log_interface::takeRecords();
     ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].text, "[小程序]函数:send_uds_sync,错误:not available");
+    EXPECT_EQ(records[0].text, "[小程序]函数:show_ruvo_box,错误:not available");
 }
 
 TEST(CanServices, InitChecksItsArguments) {
