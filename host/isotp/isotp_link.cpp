@@ -1,0 +1,225 @@
+#include "host/isotp/isotp_link.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <mutex>
+
+#include "host/frame_kit.h"
+#include "host/workstation.h"
+
+namespace hostbridge {
+
+namespace {
+
+// Messages nobody has asked for yet; beyond this the oldest go.
+constexpr std::size_t kMaxKept = 256;
+
+IsoTpTime steadyNow() {
+    return std::chrono::duration_cast<IsoTpTime>(std::chrono::steady_clock::now().time_since_epoch());
+}
+
+bool listensTo(const IsoTpConfig& c, uint32_t id, bool extended) {
+    return (c.rx.id == id && c.rx.extended == extended) ||
+           (c.hasFunctionalRx && c.functionalRx.id == id && c.functionalRx.extended == extended);
+}
+
+}  // namespace
+
+// What the bus's delivering threads, the callers and the link's thread share.
+struct IsoTpLink::Shared {
+    std::mutex mutex;
+    std::condition_variable wake;    // the link's thread: frames or a request
+    std::condition_variable answer;  // callers: a transfer ended or a message came
+    std::deque<IsoTpFrame> inbox;
+    bool closed = false;
+    // The transfer asked for and its outcome.
+    bool requested = false;
+    std::vector<uint8_t> request;
+    bool functional = false;
+    bool done = false;
+    NResult result = NResult::Ok;
+    std::mutex sendSerial;
+    // Received messages and failed receptions, oldest first.
+    std::deque<std::pair<NResult, std::vector<uint8_t>>> received;
+    bool receiving = false;
+
+    int channel = 0;
+    IsoTpConfig protocol;
+
+    // Runs on the delivering thread: copies the frame and leaves, nothing else.
+    void deliver(const std::shared_ptr<MsgHeaderBase>& message) {
+        const KELN::CanHeader* h = KELN::CanMsgAnalyse::getCanHeader(message);
+        if (h == nullptr || h->remote || h->channel != channel) return;
+        if (!listensTo(protocol, h->identifier, h->extended)) return;
+        IsoTpFrame frame;
+        frame.id = h->identifier;
+        frame.extended = h->extended;
+        frame.fd = h->fd;
+        frame.brs = h->brs;
+        frame.length = std::min<uint8_t>(h->length, sizeof frame.data);
+        std::memcpy(frame.data, KELN::CanMsgAnalyse::getCanData(message), frame.length);
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            if (closed) return;
+            inbox.push_back(frame);
+        }
+        wake.notify_one();
+    }
+};
+
+IsoTpLink::IsoTpLink(const IsoTpLinkConfig& config)
+    : config_(config), core_(config.protocol), shared_(std::make_shared<Shared>()) {
+    shared_->channel = config.channel;
+    shared_->protocol = config.protocol;
+    std::shared_ptr<Shared> shared = shared_;
+    auto listener = [shared](const std::shared_ptr<MsgHeaderBase>& m) { shared->deliver(m); };
+    if (config_.role == IsoTpLinkConfig::Role::Node) {
+        node_ = attachNode(listener);
+    } else {
+        listener_ = addReceiveListener(listener);
+    }
+    thread_ = std::thread([this] { run(); });
+}
+
+IsoTpLink::~IsoTpLink() {
+    {
+        std::lock_guard<std::mutex> lock(shared_->mutex);
+        shared_->closed = true;
+    }
+    shared_->wake.notify_all();
+    shared_->answer.notify_all();
+    thread_.join();
+    if (config_.role == IsoTpLinkConfig::Role::Node) {
+        detachNode(node_);
+    } else {
+        removeReceiveListener(listener_);
+    }
+}
+
+NResult IsoTpLink::send(const std::vector<uint8_t>& message, bool functional) {
+    if (std::this_thread::get_id() == thread_.get_id()) return NResult::Error;
+    // Callers still waiting when the link goes keep the shared part alive, not the link.
+    const std::shared_ptr<Shared> shared = shared_;
+    std::lock_guard<std::mutex> serial(shared->sendSerial);
+    std::unique_lock<std::mutex> lock(shared->mutex);
+    if (shared->closed) return NResult::Error;
+    shared->request = message;
+    shared->functional = functional;
+    shared->requested = true;
+    shared->done = false;
+    shared->wake.notify_one();
+    shared->answer.wait(lock, [&shared] { return shared->done || shared->closed; });
+    return shared->done ? shared->result : NResult::Error;
+}
+
+NResult IsoTpLink::receive(std::vector<uint8_t>& message, std::chrono::milliseconds timeout) {
+    if (std::this_thread::get_id() == thread_.get_id()) return NResult::Error;
+    const std::shared_ptr<Shared> shared = shared_;
+    const auto until = std::chrono::steady_clock::now() + timeout;
+    std::unique_lock<std::mutex> lock(shared->mutex);
+    for (;;) {
+        if (!shared->received.empty()) {
+            const NResult result = shared->received.front().first;
+            message = std::move(shared->received.front().second);
+            shared->received.pop_front();
+            return result;
+        }
+        if (shared->closed) return NResult::Error;
+        if (shared->receiving) {
+            shared->answer.wait(lock);  // the reception ends with a message or a time-out
+        } else if (shared->answer.wait_until(lock, until) == std::cv_status::timeout &&
+                   shared->received.empty() && !shared->receiving) {
+            return NResult::Idle;
+        }
+    }
+}
+
+void IsoTpLink::transmitAll() {
+    IsoTpFrame frame;
+    while (core_.nextFrame(frame)) {
+        auto message = makeCanFrame(0, config_.channel, frame.id, frame.extended, frame.fd, frame.brs,
+                                    frame.data, frame.length);
+        const int rc = config_.role == IsoTpLinkConfig::Role::Node
+                           ? nodeSend(node_, message)
+                           : data_flow_interface::sendCan(NETWORK_CAN, config_.channel, message, PRIORITY_NORMAL);
+        if (rc == 0) {
+            core_.transmitted(steadyNow());
+        } else {
+            core_.transmitFailed(steadyNow());
+        }
+    }
+}
+
+void IsoTpLink::run() {
+    std::deque<IsoTpFrame> frames;
+    for (;;) {
+        bool requested = false;
+        std::vector<uint8_t> request;
+        bool functional = false;
+        {
+            std::unique_lock<std::mutex> lock(shared_->mutex);
+            const auto ready = [this] { return shared_->closed || shared_->requested || !shared_->inbox.empty(); };
+            const IsoTpTime deadline = core_.deadline();
+            if (deadline == IsoTpTime::max()) {
+                shared_->wake.wait(lock, ready);
+            } else {
+                shared_->wake.wait_until(lock, std::chrono::steady_clock::time_point(deadline), ready);
+            }
+            if (shared_->closed) return;
+            frames.swap(shared_->inbox);
+            if (shared_->requested) {
+                requested = true;
+                shared_->requested = false;
+                request.swap(shared_->request);
+                functional = shared_->functional;
+            }
+        }
+
+        std::vector<IsoTpEvent> events;
+        if (requested) {
+            const NResult r = core_.send(std::move(request), functional, steadyNow());
+            if (r != NResult::Ok) {
+                IsoTpEvent refused;
+                refused.kind = IsoTpEvent::SendDone;
+                refused.result = r;
+                events.push_back(std::move(refused));
+            }
+        }
+        const IsoTpTime now = steadyNow();
+        for (const IsoTpFrame& f : frames) core_.onFrame(f, now);
+        frames.clear();
+        core_.tick(steadyNow());
+        transmitAll();
+
+        IsoTpEvent event;
+        while (core_.nextEvent(event)) events.push_back(std::move(event));
+        bool tell = false;
+        {
+            std::lock_guard<std::mutex> lock(shared_->mutex);
+            for (IsoTpEvent& e : events) {
+                switch (e.kind) {
+                case IsoTpEvent::SendDone:
+                    shared_->done = true;
+                    shared_->result = e.result;
+                    tell = true;
+                    break;
+                case IsoTpEvent::Received:
+                case IsoTpEvent::ReceiveFailed:
+                    if (shared_->received.size() == kMaxKept) shared_->received.pop_front();
+                    shared_->received.emplace_back(e.result, std::move(e.message));
+                    tell = true;
+                    break;
+                case IsoTpEvent::FirstFrame:
+                    break;
+                }
+            }
+            if (shared_->receiving != core_.receiving()) tell = true;
+            shared_->receiving = core_.receiving();
+        }
+        if (tell) shared_->answer.notify_all();
+    }
+}
+
+}  // namespace hostbridge
