@@ -121,6 +121,7 @@ NResult IsoTpCore::send(std::vector<uint8_t> message, bool functional, IsoTpTime
     tx_.offset = payload;
     tx_.sn = 1;
     tx_.waits = 0;
+    tx_.sentConsecutive = false;
     tx_.lastQueued = single;
     tx_.firstQueued = !single;
     tx_.state = TxState::AwaitConfirm;
@@ -194,6 +195,10 @@ void IsoTpCore::transmitted(IsoTpTime now) {
         return;
     }
     if (done.generation != tx_.generation || tx_.state != TxState::AwaitConfirm) return;
+    if (!tx_.firstQueued) {
+        tx_.sentConsecutive = true;
+        tx_.lastConsecutive = now;
+    }
     if (tx_.lastQueued) {
         endSend(NResult::Ok);
     } else if (tx_.firstQueued) {
@@ -365,7 +370,13 @@ void IsoTpCore::onFlowControl(const uint8_t* pdu, std::size_t size, IsoTpTime no
         tx_.blockSize = pdu[1];
         tx_.blockLeft = pdu[1];
         tx_.stMin = stMinDuration(pdu[2]);
-        queueConsecutive(now);  // the first frame of a block needs no pause before it
+        // STmin also separates the last frame of a block from the first of the next.
+        if (tx_.sentConsecutive && now < tx_.lastConsecutive + tx_.stMin) {
+            tx_.state = TxState::AwaitStMin;
+            tx_.deadline = tx_.lastConsecutive + tx_.stMin;
+        } else {
+            queueConsecutive(now);
+        }
         break;
     case kWait:
         if (++tx_.waits > config_.maxWaitFrames) {

@@ -117,6 +117,8 @@ private:
         int blockLeft = 0;
         IsoTpTime stMin{0};
         int waits = 0;
+        bool sentConsecutive = false;
+        IsoTpTime lastConsecutive{0};  // when the last consecutive frame was on the bus
         IsoTpTime deadline{0};
         unsigned generation = 0;
     };
