@@ -369,7 +369,7 @@ void IsoTpCore::onFlowControl(const uint8_t* pdu, std::size_t size, IsoTpTime no
         tx_.waits = 0;
         tx_.blockSize = pdu[1];
         tx_.blockLeft = pdu[1];
-        tx_.stMin = stMinDuration(pdu[2]);
+        tx_.stMin = std::max(stMinDuration(pdu[2]), config_.minSendGap);
         // STmin also separates the last frame of a block from the first of the next.
         if (tx_.sentConsecutive && now < tx_.lastConsecutive + tx_.stMin) {
             tx_.state = TxState::AwaitStMin;

@@ -49,6 +49,8 @@ struct IsoTpConfig {
     // What we ask of a sender in our flow control frames (STmin as its raw byte).
     uint8_t blockSize = 0;
     uint8_t stMin = 0;
+    // Our own least gap between consecutive frames, kept when the peer asks for less.
+    IsoTpTime minSendGap{0};
     IsoTpTime nAs{1000000};  // a frame of ours on the bus
     IsoTpTime nBs{1000000};  // flow control after a first frame or a block
     IsoTpTime nCr{1000000};  // next consecutive frame

@@ -244,6 +244,19 @@ TEST(IsoTpCore, HonoursBlockSizeAndStMinAsSenderAndAsksForThemAsReceiver) {
         last = s.at;
     }
     EXPECT_EQ(checked, 6);
+
+    // A gap of our own outlasts a shorter STmin of the peer.
+    tester.minSendGap = 5ms;
+    Wire own(tester, ecu);
+    ASSERT_EQ(transfer(own, pattern(50), own.a, own.b), pattern(50));
+    last = IsoTpTime{-1};
+    for (const Stamped& s : own.log) {
+        if (s.from != 'a' || (s.frame.data[0] >> 4) != 2) continue;
+        if (last.count() >= 0) {
+            EXPECT_EQ(s.at - last, 5ms);
+        }
+        last = s.at;
+    }
 }
 
 TEST(IsoTpCore, DecodesStMinWithReservedValuesAsTheLongestPause) {
