@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <future>
+#include <initializer_list>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -229,4 +230,34 @@ TEST(IsoTpLink, DestructionEndsAWaitingSendAndLeavesTheBus) {
     waiting.join();
     hostbridge::removeTransmitListener(listener);
     EXPECT_EQ(result, NResult::Error);
+}
+
+TEST(IsoTpLink, HostileFramesFromTheBusEndTheReceptionWithAStatus) {
+    Running running;
+    IsoTpLink client(tester());
+    std::mutex mutex;
+    std::vector<uint8_t> flowStatus;
+    const int raw = hostbridge::attachNode([&](const std::shared_ptr<MsgHeaderBase>& m) {
+        const auto* h = KELN::CanMsgAnalyse::getCanHeader(m);
+        const unsigned char* d = KELN::CanMsgAnalyse::getCanData(m);
+        std::lock_guard<std::mutex> lock(mutex);
+        if (h->identifier == kRequest && (d[0] >> 4) == 3) flowStatus.push_back(d[0] & 0x0F);
+    });
+    const auto put = [&](std::initializer_list<uint8_t> bytes) {
+        const std::vector<uint8_t> data(bytes);
+        hostbridge::nodeSend(raw, hostbridge::makeCanFrame(0, 1, kResponse, false, false, false, data.data(),
+                                                          static_cast<int>(data.size())));
+    };
+    std::vector<uint8_t> got;
+    put({0x10, 0x00, 0x00, 0x01, 0x11, 0x70, 1, 2});  // 70,000 bytes announced
+    EXPECT_EQ(client.receive(got, 5s), NResult::BufferOverflow);
+    put({});                                          // nothing to read
+    put({0x07, 1, 2});                                // a length beyond the frame
+    put({0x10, 0x14, 1, 2, 3, 4, 5, 6});
+    put({0x23, 7, 8, 9, 10, 11, 12, 13});             // the wrong sequence number
+    EXPECT_EQ(client.receive(got, 5s), NResult::WrongSn);
+    EXPECT_EQ(client.receive(got, 1ms), NResult::Idle);
+    hostbridge::detachNode(raw);
+    std::lock_guard<std::mutex> lock(mutex);
+    EXPECT_EQ(flowStatus, (std::vector<uint8_t>{2, 0}));  // overflow, then clear to send
 }
