@@ -13,6 +13,9 @@ namespace hostbridge {
 
 namespace {
 
+// The link whose frames this thread is putting on the bus, if any.
+thread_local const IsoTpLink* t_transmitting = nullptr;
+
 // Messages nobody has asked for yet; beyond this the oldest go.
 constexpr std::size_t kMaxKept = 256;
 
@@ -31,13 +34,12 @@ bool listensTo(const IsoTpConfig& c, uint32_t id, bool extended) {
 struct IsoTpLink::Shared {
     std::mutex mutex;
     std::condition_variable wake;    // the link's thread: frames or a request
-    std::condition_variable answer;  // callers: a transfer ended or a message came
+    std::condition_variable sent;     // the caller of send: the transfer ended
+    std::condition_variable arrived;  // callers of receive: a message came or a reception ended
     std::deque<IsoTpFrame> inbox;
     bool closed = false;
-    // The transfer asked for and its outcome.
-    bool requested = false;
-    std::vector<uint8_t> request;
-    bool functional = false;
+    bool rearm = false;  // the link's thread must read the core's deadline again
+    // The outcome of the transfer under way.
     bool done = false;
     NResult result = NResult::Ok;
     std::mutex sendSerial;
@@ -89,8 +91,13 @@ IsoTpLink::~IsoTpLink() {
         shared_->closed = true;
     }
     shared_->wake.notify_all();
-    shared_->answer.notify_all();
+    shared_->sent.notify_all();
+    shared_->arrived.notify_all();
     thread_.join();
+    {
+        // A caller may still be putting its first frame out; after that it needs only `shared`.
+        std::lock_guard<std::mutex> core(coreMutex_);
+    }
     if (config_.role == IsoTpLinkConfig::Role::Node) {
         detachNode(node_);
     } else {
@@ -99,23 +106,33 @@ IsoTpLink::~IsoTpLink() {
 }
 
 NResult IsoTpLink::send(const std::vector<uint8_t>& message, bool functional) {
-    if (std::this_thread::get_id() == thread_.get_id()) return NResult::Error;
+    if (std::this_thread::get_id() == thread_.get_id() || t_transmitting == this) return NResult::Error;
     // Callers still waiting when the link goes keep the shared part alive, not the link.
     const std::shared_ptr<Shared> shared = shared_;
     std::lock_guard<std::mutex> serial(shared->sendSerial);
+    {
+        std::lock_guard<std::mutex> lock(shared->mutex);
+        if (shared->closed) return NResult::Error;
+        shared->done = false;
+    }
+    // The first frame goes out from here, saving a hand-over to the link's thread; what
+    // follows (flow control, consecutive frames, time-outs) is the thread's.
+    {
+        std::lock_guard<std::mutex> core(coreMutex_);
+        const IsoTpTime before = core_.deadline();
+        const NResult accepted = core_.send(message, functional, steadyNow());
+        if (accepted != NResult::Ok) return accepted;
+        transmitAll();
+        publish(core_.deadline() < before);
+    }
     std::unique_lock<std::mutex> lock(shared->mutex);
-    if (shared->closed) return NResult::Error;
-    shared->request = message;
-    shared->functional = functional;
-    shared->requested = true;
-    shared->done = false;
-    shared->wake.notify_one();
-    shared->answer.wait(lock, [&shared] { return shared->done || shared->closed; });
+    shared->sent.wait(lock, [&shared] { return shared->done || shared->closed; });
     return shared->done ? shared->result : NResult::Error;
 }
 
 NResult IsoTpLink::receive(std::vector<uint8_t>& message, std::chrono::milliseconds timeout) {
-    if (std::this_thread::get_id() == thread_.get_id()) return NResult::Error;
+    // From a handler of our own frames the link's thread could not run: we would wait on ourselves.
+    if (std::this_thread::get_id() == thread_.get_id() || t_transmitting == this) return NResult::Error;
     const std::shared_ptr<Shared> shared = shared_;
     const auto until = std::chrono::steady_clock::now() + timeout;
     std::unique_lock<std::mutex> lock(shared->mutex);
@@ -128,8 +145,8 @@ NResult IsoTpLink::receive(std::vector<uint8_t>& message, std::chrono::milliseco
         }
         if (shared->closed) return NResult::Error;
         if (shared->receiving) {
-            shared->answer.wait(lock);  // the reception ends with a message or a time-out
-        } else if (shared->answer.wait_until(lock, until) == std::cv_status::timeout &&
+            shared->arrived.wait(lock);  // the reception ends with a message or a time-out
+        } else if (shared->arrived.wait_until(lock, until) == std::cv_status::timeout &&
                    shared->received.empty() && !shared->receiving) {
             return NResult::Idle;
         }
@@ -137,13 +154,25 @@ NResult IsoTpLink::receive(std::vector<uint8_t>& message, std::chrono::milliseco
 }
 
 void IsoTpLink::transmitAll() {
+    // Receivers see our frames on this thread; a request of theirs to this link must not wait here.
+    struct Mark {
+        const IsoTpLink* outer = t_transmitting;
+        explicit Mark(const IsoTpLink* link) { t_transmitting = link; }
+        ~Mark() { t_transmitting = outer; }
+    } mark(this);
     IsoTpFrame frame;
     while (core_.nextFrame(frame)) {
         auto message = makeCanFrame(0, config_.channel, frame.id, frame.extended, frame.fd, frame.brs,
                                     frame.data, frame.length);
-        const int rc = config_.role == IsoTpLinkConfig::Role::Node
-                           ? nodeSend(node_, message)
-                           : data_flow_interface::sendCan(NETWORK_CAN, config_.channel, message, PRIORITY_NORMAL);
+        int rc = -1;
+        try {
+            rc = config_.role == IsoTpLinkConfig::Role::Node
+                     ? nodeSend(node_, message)
+                     : data_flow_interface::sendCan(NETWORK_CAN, config_.channel, message, PRIORITY_NORMAL);
+        } catch (...) {
+            // A receiver's handler threw while the frame went out; the transfer ends, the link lives.
+            rc = -1;
+        }
         if (rc == 0) {
             core_.transmitted(steadyNow());
         } else {
@@ -152,73 +181,66 @@ void IsoTpLink::transmitAll() {
     }
 }
 
+void IsoTpLink::publish(bool rearm) {
+    bool tellSent = false;
+    bool tellArrived = false;
+    {
+        std::lock_guard<std::mutex> lock(shared_->mutex);
+        IsoTpEvent e;
+        while (core_.nextEvent(e)) {
+            switch (e.kind) {
+            case IsoTpEvent::SendDone:
+                shared_->done = true;
+                shared_->result = e.result;
+                tellSent = true;
+                break;
+            case IsoTpEvent::Received:
+            case IsoTpEvent::ReceiveFailed:
+                if (shared_->received.size() == kMaxKept) shared_->received.pop_front();
+                shared_->received.emplace_back(e.result, std::move(e.message));
+                tellArrived = true;
+                break;
+            case IsoTpEvent::FirstFrame:
+                break;
+            }
+        }
+        if (shared_->receiving != core_.receiving()) tellArrived = true;
+        shared_->receiving = core_.receiving();
+        if (rearm) shared_->rearm = true;
+    }
+    if (tellSent) shared_->sent.notify_one();  // one caller at a time sends
+    if (tellArrived) shared_->arrived.notify_all();
+    if (rearm) shared_->wake.notify_one();
+}
+
 void IsoTpLink::run() {
     std::deque<IsoTpFrame> frames;
     for (;;) {
-        bool requested = false;
-        std::vector<uint8_t> request;
-        bool functional = false;
+        IsoTpTime deadline;
         {
+            std::lock_guard<std::mutex> core(coreMutex_);
+            deadline = core_.deadline();
+        }
+        {
+            // A sender that moves the deadline forward after we read it sets rearm.
             std::unique_lock<std::mutex> lock(shared_->mutex);
-            const auto ready = [this] { return shared_->closed || shared_->requested || !shared_->inbox.empty(); };
-            const IsoTpTime deadline = core_.deadline();
+            const auto ready = [this] { return shared_->closed || shared_->rearm || !shared_->inbox.empty(); };
             if (deadline == IsoTpTime::max()) {
                 shared_->wake.wait(lock, ready);
             } else {
                 shared_->wake.wait_until(lock, std::chrono::steady_clock::time_point(deadline), ready);
             }
             if (shared_->closed) return;
+            shared_->rearm = false;
             frames.swap(shared_->inbox);
-            if (shared_->requested) {
-                requested = true;
-                shared_->requested = false;
-                request.swap(shared_->request);
-                functional = shared_->functional;
-            }
         }
-
-        std::vector<IsoTpEvent> events;
-        if (requested) {
-            const NResult r = core_.send(std::move(request), functional, steadyNow());
-            if (r != NResult::Ok) {
-                IsoTpEvent refused;
-                refused.kind = IsoTpEvent::SendDone;
-                refused.result = r;
-                events.push_back(std::move(refused));
-            }
-        }
+        std::lock_guard<std::mutex> core(coreMutex_);
         const IsoTpTime now = steadyNow();
         for (const IsoTpFrame& f : frames) core_.onFrame(f, now);
         frames.clear();
         core_.tick(steadyNow());
         transmitAll();
-
-        IsoTpEvent event;
-        while (core_.nextEvent(event)) events.push_back(std::move(event));
-        bool tell = false;
-        {
-            std::lock_guard<std::mutex> lock(shared_->mutex);
-            for (IsoTpEvent& e : events) {
-                switch (e.kind) {
-                case IsoTpEvent::SendDone:
-                    shared_->done = true;
-                    shared_->result = e.result;
-                    tell = true;
-                    break;
-                case IsoTpEvent::Received:
-                case IsoTpEvent::ReceiveFailed:
-                    if (shared_->received.size() == kMaxKept) shared_->received.pop_front();
-                    shared_->received.emplace_back(e.result, std::move(e.message));
-                    tell = true;
-                    break;
-                case IsoTpEvent::FirstFrame:
-                    break;
-                }
-            }
-            if (shared_->receiving != core_.receiving()) tell = true;
-            shared_->receiving = core_.receiving();
-        }
-        if (tell) shared_->answer.notify_all();
+        publish(false);
     }
 }
 

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -36,8 +37,8 @@ public:
     IsoTpLink(const IsoTpLink&) = delete;
     IsoTpLink& operator=(const IsoTpLink&) = delete;
 
-    // One transfer at a time: a second caller waits for the first. Error when called from the
-    // link's own thread (a handler of the frames it sends), which would wait on itself.
+    // One transfer at a time: a second caller waits for the first. Error when called from a
+    // handler of the frames this link is putting on the bus, which would wait on itself.
     NResult send(const std::vector<uint8_t>& message, bool functional) override;
     // A reception that began within `timeout` is waited out (N_Cr bounds it). A reception that
     // failed is reported once with its result. Messages received while nobody waits are kept.
@@ -47,9 +48,12 @@ public:
 
 private:
     void run();
+    // Both with the core's mutex held.
     void transmitAll();
+    void publish(bool rearm);
 
     IsoTpLinkConfig config_;
+    std::mutex coreMutex_;  // the caller of send and the link's thread share the core
     IsoTpCore core_;
     std::shared_ptr<Shared> shared_;
     int node_ = 0;

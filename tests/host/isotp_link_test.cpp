@@ -6,6 +6,7 @@
 #include <future>
 #include <initializer_list>
 #include <mutex>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
@@ -260,4 +261,53 @@ TEST(IsoTpLink, HostileFramesFromTheBusEndTheReceptionWithAStatus) {
     hostbridge::detachNode(raw);
     std::lock_guard<std::mutex> lock(mutex);
     EXPECT_EQ(flowStatus, (std::vector<uint8_t>{2, 0}));  // overflow, then clear to send
+}
+
+namespace {
+
+// A handler of the frames the workstation sends, as an applet's on_can_tx would be.
+struct SentFrameReceiver : ISDKReceiver {
+    IsoTpLink* client = nullptr;
+    bool throwing = false;
+    std::atomic<int> nested{-1};
+    void beforeStartup() override {}
+    void onStartup(std::list<int>, std::list<int>) override {}
+    void onShutdown() override {}
+    void onFindDeviceSuccess(const std::map<DevType, int>&) override {}
+    void onSortPackageRecv(const CanPackage*, int) override {}
+    void prePackageSend(std::list<CanPackage>&) override {
+        if (throwing) throw std::runtime_error("handler failed");
+    }
+    void onPackageRecv(const CanPackage* packages, int count) override {
+        for (int i = 0; i < count; ++i) {
+            if (packages[i].message->direction != 1 || nested.load() != -1) continue;
+            std::vector<uint8_t> got;
+            const NResult sent = client->send({0x3E, 0x00}, false);
+            const NResult received = client->receive(got, 1s);
+            nested = sent == NResult::Error && received == NResult::Error ? 1 : 0;
+        }
+    }
+};
+
+}  // namespace
+
+TEST(IsoTpLink, HandlersOfTheLinksOwnFramesCannotWaitOnItAndTheirFailureEndsOnlyTheTransfer) {
+    Running running;
+    IsoTpLink ecu(node());
+    IsoTpLink client(tester());
+    SentFrameReceiver receiver;
+    receiver.client = &client;
+    registReceiver(&receiver);
+    EXPECT_EQ(client.send(pattern(100, 5), false), NResult::Ok);  // the first frame on this thread
+    std::vector<uint8_t> got;
+    EXPECT_EQ(ecu.receive(got, 5s), NResult::Ok);
+    EXPECT_EQ(receiver.nested.load(), 1);  // refused at once instead of waiting on itself
+
+    receiver.throwing = true;
+    EXPECT_EQ(client.send({0x10, 0x01}, false), NResult::Error);
+    receiver.throwing = false;
+    EXPECT_EQ(client.send({0x10, 0x01}, false), NResult::Ok);
+    EXPECT_EQ(ecu.receive(got, 5s), NResult::Ok);
+    EXPECT_EQ(got, (std::vector<uint8_t>{0x10, 0x01}));
+    unRegistReceiver(&receiver);
 }
