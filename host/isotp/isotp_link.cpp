@@ -18,6 +18,9 @@ thread_local const IsoTpLink* t_transmitting = nullptr;
 
 // Messages nobody has asked for yet; beyond this the oldest go.
 constexpr std::size_t kMaxKept = 256;
+// Frames not yet taken by the link's thread; a flood beyond this is dropped (the transfer it
+// breaks ends with a status).
+constexpr std::size_t kMaxQueuedFrames = 4096;
 
 IsoTpTime steadyNow() {
     return std::chrono::duration_cast<IsoTpTime>(std::chrono::steady_clock::now().time_since_epoch());
@@ -33,7 +36,7 @@ bool listensTo(const IsoTpConfig& c, uint32_t id, bool extended) {
 // What the bus's delivering threads, the callers and the link's thread share.
 struct IsoTpLink::Shared {
     std::mutex mutex;
-    std::condition_variable wake;    // the link's thread: frames or a request
+    std::condition_variable wake;     // the link's thread: frames or a new deadline
     std::condition_variable sent;     // the caller of send: the transfer ended
     std::condition_variable arrived;  // callers of receive: a message came or a reception ended
     std::deque<IsoTpFrame> inbox;
@@ -64,7 +67,7 @@ struct IsoTpLink::Shared {
         std::memcpy(frame.data, KELN::CanMsgAnalyse::getCanData(message), frame.length);
         {
             std::lock_guard<std::mutex> lock(mutex);
-            if (closed) return;
+            if (closed || inbox.size() >= kMaxQueuedFrames) return;
             inbox.push_back(frame);
         }
         wake.notify_one();
