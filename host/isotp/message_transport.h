@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "host/hostbridge_export.h"
+
 namespace hostbridge {
 
 // Outcome of a transfer, as ISO 15765-2 names them (N_Result), plus Idle: nothing arrived.
@@ -23,9 +25,9 @@ enum class NResult {
     Idle,            // receive only: no message began within the time given
 };
 
-const char* toString(NResult result);
+HOSTBRIDGE_API const char* toString(NResult result);
 
-class MessageTransport {
+class HOSTBRIDGE_API MessageTransport {
 public:
     virtual ~MessageTransport() = default;
     // Sends one whole message, segmented as needed; returns when its last frame is on the bus
