@@ -2,6 +2,9 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <thread>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -23,6 +26,70 @@ struct Node {
 std::map<int, std::shared_ptr<Node>> g_nodes;
 int g_nextNode = 1;
 std::map<int, hostbridge::ReceiveListener> g_receiveListeners;
+
+// Frames from nodes reach the workstation's receivers on a thread of the host's own, as on a
+// real workstation: a node (an ECU answering on its link thread) never runs an applet's handler
+// itself, so a handler may send to that node and wait for its answer.
+class NodeDelivery {
+public:
+    ~NodeDelivery() {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            stopping_ = true;
+        }
+        wake_.notify_all();
+        if (worker_.joinable()) worker_.join();
+    }
+    void push(std::shared_ptr<MsgHeaderBase> frame) {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            if (stopping_) return;
+            queue_.push_back(std::move(frame));
+            if (!worker_.joinable()) worker_ = std::thread([this] { run(); });
+        }
+        wake_.notify_one();
+    }
+    void drain() {
+        if (std::this_thread::get_id() == workerId_.load()) return;  // a handler waiting on itself
+        std::unique_lock<std::mutex> lock(mutex_);
+        idle_.wait(lock, [this] { return queue_.empty() && !busy_; });
+    }
+
+private:
+    void run() {
+        workerId_.store(std::this_thread::get_id());
+        std::unique_lock<std::mutex> lock(mutex_);
+        for (;;) {
+            wake_.wait(lock, [this] { return stopping_ || !queue_.empty(); });
+            if (stopping_) return;
+            // What has queued up meanwhile goes as one batch, as a host delivers.
+            std::vector<std::shared_ptr<MsgHeaderBase>> batch;
+            while (!queue_.empty() && batch.size() < 64) {
+                batch.push_back(std::move(queue_.front()));
+                queue_.pop_front();
+            }
+            busy_ = true;
+            lock.unlock();
+            hostbridge::injectReceived(batch);
+            lock.lock();
+            busy_ = false;
+            if (queue_.empty()) idle_.notify_all();
+        }
+    }
+
+    std::mutex mutex_;
+    std::condition_variable wake_, idle_;
+    std::deque<std::shared_ptr<MsgHeaderBase>> queue_;
+    bool busy_ = false;
+    bool stopping_ = false;
+    std::atomic<std::thread::id> workerId_{};
+    std::thread worker_;
+};
+
+NodeDelivery& nodeDelivery() {
+    static NodeDelivery delivery;
+    return delivery;
+}
 // Stopping lasts while the stop handlers run: they may still send (a last command to an ECU).
 enum State { kStopped, kRunning, kStopping };
 std::atomic<int> g_state{kStopped};
@@ -188,8 +255,11 @@ int nodeSend(int id, const std::shared_ptr<MsgHeaderBase>& frame) {
         if (g_nodes.find(id) == g_nodes.end()) return -1;
     }
     tellNodes(frame, id);
-    if (g_state.load() != kStopped) injectReceived({copyCanFrame(frame)});
+    if (g_state.load() != kStopped) nodeDelivery().push(copyCanFrame(frame));
     return 0;
+}
+
+void waitForNodeDeliveries() { nodeDelivery().drain();
 }
 
 std::shared_ptr<MsgHeaderBase> copyCanFrame(const std::shared_ptr<MsgHeaderBase>& frame) {

@@ -57,8 +57,12 @@ using NodeListener = std::function<void(const std::shared_ptr<MsgHeaderBase>&)>;
 HOSTBRIDGE_API int attachNode(NodeListener listener);
 // After it returns the node's listener is not running and will not run again.
 HOSTBRIDGE_API void detachNode(int node);
-// 0 when the frame is on the bus; -1 for an unknown node or a frame that is not CAN.
+// 0 when the frame is on the bus; -1 for an unknown node or a frame that is not CAN. The other
+// nodes hear it before this returns; the workstation's receivers get it on the host's delivery
+// thread, in order, batched as it comes.
 HOSTBRIDGE_API int nodeSend(int node, const std::shared_ptr<MsgHeaderBase>& frame);
+// Returns when every frame nodes have sent so far has been delivered to the workstation.
+HOSTBRIDGE_API void waitForNodeDeliveries();
 // A copy of a CAN frame, with a header and data of its own.
 HOSTBRIDGE_API std::shared_ptr<MsgHeaderBase> copyCanFrame(const std::shared_ptr<MsgHeaderBase>& frame);
 

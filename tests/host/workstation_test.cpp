@@ -87,9 +87,11 @@ TEST(VirtualBus, NodesHearEveryFrameButTheirOwnAndReachTheWorkstationWhileItRuns
     const int client = hostbridge::addReceiveListener([&](const std::shared_ptr<MsgHeaderBase>&) { ++clientHeard; });
 
     EXPECT_EQ(hostbridge::nodeSend(a, canFrame(0x7E8, 1)), 0);  // stopped: only the other node
+    hostbridge::waitForNodeDeliveries();
     EXPECT_EQ(receiver.received.load(), 0);
     ASSERT_EQ(device_control_interface::startup({}), 0);
     EXPECT_EQ(hostbridge::nodeSend(a, canFrame(0x7E9, 2)), 0);
+    hostbridge::waitForNodeDeliveries();
     EXPECT_EQ(receiver.received.load(), 1);
     EXPECT_EQ(clientHeard.load(), 1);
     EXPECT_EQ(data_flow_interface::sendCan(NETWORK_CAN, 1, canFrame(0x7E0, 3), PRIORITY_NORMAL), 0);
