@@ -60,7 +60,7 @@ UdsVciParams builtinVciParams() {
 
 struct State {
     std::mutex mutex;
-    hostuds::TransportFactory factory;
+    hostuds::TransportFactory factory = hostuds::isoTpTransportFactory();
     uint64_t factoryGeneration = 0;
     hostuds::Clock clock;
     unsigned maxPending = 100;
@@ -403,7 +403,7 @@ UdsVciParams defaultVciParams() {
 }
 
 void resetUdsState() {
-    setTransportFactory({});
+    setTransportFactory(isoTpTransportFactory());
     State& s = state();
     std::lock_guard<std::mutex> lock(s.mutex);
     s.clock = {};

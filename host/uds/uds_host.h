@@ -59,7 +59,16 @@ using TransportFactory =
     std::function<std::unique_ptr<hostbridge::MessageTransport>(const diagnosis::diagnosis_service_s&)>;
 
 // Replaces the factory and drops every cached transport. Without one, calls give status 2.
+// Until replaced, the factory is isoTpTransportFactory().
 HOSTBRIDGE_API void setTransportFactory(TransportFactory factory);
+// ISO-TP on the virtual bus, as the workstation's tester, set up from the record: channel
+// appconfig.channel; requests to physical_address (functional_address when use_fun_addr),
+// answers from response_address, 29-bit per can_items.*_address_ext; extended addressing with
+// N_AE when it is not 0; frames padded with `fill`; CAN FD when can_items.fd_max_dlc is above 8
+// (its length, bit rate switch per fd_en_brs); the flow control asks for send_block_size and
+// receive_frame_interval (STmin byte); send_frame_interval (ms) is kept between frames when
+// en_custom_send_frame_interval; max_len, when set, bounds a message.
+HOSTBRIDGE_API TransportFactory isoTpTransportFactory();
 // The clock of every wait; an empty one is std::chrono::steady_clock.
 HOSTBRIDGE_API void setClock(Clock clock);
 // 0x78 answers waited out per request before reporting 0x78 (100 by default).
