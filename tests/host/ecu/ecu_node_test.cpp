@@ -58,10 +58,10 @@ Bytes ask(IsoTpLink& tester, const Bytes& request, bool functional = false) {
     return answer;
 }
 
-// Frames on the bus as another node hears them, with the time each was heard.
+// Frames on the bus as another node hears them, with the time each was put on the bus.
 struct Listener {
     struct Heard {
-        std::chrono::steady_clock::time_point at;
+        std::chrono::microseconds at;
         uint32_t id;
         Bytes data;
     };
@@ -73,7 +73,7 @@ struct Listener {
             const auto* h = KELN::CanMsgAnalyse::getCanHeader(m);
             const unsigned char* d = KELN::CanMsgAnalyse::getCanData(m);
             std::lock_guard<std::mutex> lock(mutex);
-            heard.push_back({std::chrono::steady_clock::now(), h->identifier, Bytes(d, d + h->length)});
+            heard.push_back({std::chrono::microseconds(h->timestamp), h->identifier, Bytes(d, d + h->length)});
         });
     }
     ~Listener() { hostbridge::detachNode(node); }
@@ -176,9 +176,10 @@ TEST(EcuNode, PendingAnswersComeApartBeforeTheFinalAnswer) {
     EXPECT_EQ(answer, (Bytes{0x62, 0x01, 0x04, 0x11, 0x22}));
     const auto frames = bus.from(0x7E8);
     ASSERT_EQ(frames.size(), 3u);
-    // 40 ms apart in the file; heard late rather than early, so a lower bound with slack holds.
-    EXPECT_GE(frames[1].at - frames[0].at, 30ms);
-    EXPECT_GE(frames[2].at - frames[1].at, 30ms);
+    // 40 ms apart in the file, counted from the end of the previous send; stamped by the wall
+    // clock, so a little slack.
+    EXPECT_GE(frames[1].at - frames[0].at, 35ms);
+    EXPECT_GE(frames[2].at - frames[1].at, 35ms);
 }
 
 TEST(EcuNode, SeveralEcusRunAtOnceEachOnItsOwnAddressesAndChannel) {
@@ -202,13 +203,17 @@ TEST(EcuNode, SeveralEcusRunAtOnceEachOnItsOwnAddressesAndChannel) {
 TEST(EcuNode, StopsAtOnceWhileAnAnswerWaitsAndSendsNothingAfter) {
     Running running;
     Listener bus;
-    auto ecu = loadEcu("engine_ecu.json");
-    ASSERT_TRUE(ecu);
+    hostbridge::ecu::EcuConfig config;
+    std::string error;
+    ASSERT_TRUE(hostbridge::ecu::loadEcuConfig(kData + "/engine_ecu.json", config, error)) << error;
+    config.pendingIntervalMs = 60000;  // the second answer would come a minute later
+    auto ecu = std::make_unique<EcuNode>(std::move(config));
     {
         IsoTpLink tester(testerFor(*ecu));
-        ASSERT_EQ(tester.send({0x22, 0x01, 0x04}, false), NResult::Ok);  // two 0x78, 40 ms apart
+        ASSERT_EQ(tester.send({0x22, 0x01, 0x04}, false), NResult::Ok);
         Bytes answer;
         ASSERT_EQ(tester.receive(answer, 3s), NResult::Ok);
+        EXPECT_EQ(answer, (Bytes{0x7F, 0x22, 0x78}));
     }
     const auto before = std::chrono::steady_clock::now();
     ecu.reset();
