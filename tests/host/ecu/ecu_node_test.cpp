@@ -72,8 +72,9 @@ struct Listener {
         node = hostbridge::attachNode([this](const std::shared_ptr<MsgHeaderBase>& m) {
             const auto* h = KELN::CanMsgAnalyse::getCanHeader(m);
             const unsigned char* d = KELN::CanMsgAnalyse::getCanData(m);
+            const uint64_t stamp = h->timestamp;  // copied out of the packed header
             std::lock_guard<std::mutex> lock(mutex);
-            heard.push_back({std::chrono::microseconds(h->timestamp), h->identifier, Bytes(d, d + h->length)});
+            heard.push_back({std::chrono::microseconds(stamp), h->identifier, Bytes(d, d + h->length)});
         });
     }
     ~Listener() { hostbridge::detachNode(node); }
