@@ -14,6 +14,7 @@
 #include "RuvoManager/ruvo_sdk.h"
 #include "apps/ruvo/cli.h"
 #include "apps/ruvo/replay.h"
+#include "apps/ruvo/run_support.h"
 
 namespace cli {
 namespace {
@@ -26,46 +27,6 @@ void loadModule(const std::string& applet) {
                                  "); compile it first: ruvo compile PROJECT " + applet);
     }
 }
-
-// SIGINT and SIGTERM end a replay between two frames: the handler only notes the signal, the
-// replay loop sees it, stops the measurement (the stop handlers run) and the output is whole.
-std::atomic<int> g_stopSignal{0};
-static_assert(std::atomic<int>::is_always_lock_free, "set from a signal handler");
-
-extern "C" void noteStopSignal(int signal) { g_stopSignal.store(signal); }
-
-// Installs the handler for the life of a replay. A signal that was ignored when we started
-// (a background job of a shell without job control, nohup) stays ignored. The handler resets
-// itself: a second Ctrl-C ends a replay whose applet hangs in a handler at once.
-class StopSignals {
-public:
-    StopSignals() {
-        g_stopSignal.store(0);
-        struct sigaction action {};
-        action.sa_handler = noteStopSignal;
-        sigemptyset(&action.sa_mask);
-        action.sa_flags = SA_RESTART | SA_RESETHAND;
-        for (size_t i = 0; i < 2; ++i) {
-            installed_[i] = false;
-            struct sigaction old {};
-            if (::sigaction(kSignals[i], nullptr, &old) != 0 || old.sa_handler == SIG_IGN) continue;
-            installed_[i] = ::sigaction(kSignals[i], &action, &old_[i]) == 0;
-        }
-    }
-    ~StopSignals() {
-        for (size_t i = 0; i < 2; ++i) {
-            if (installed_[i]) ::sigaction(kSignals[i], &old_[i], nullptr);
-        }
-    }
-    StopSignals(const StopSignals&) = delete;
-    StopSignals& operator=(const StopSignals&) = delete;
-    int received() const { return g_stopSignal.load(); }
-
-private:
-    static constexpr int kSignals[2] = {SIGINT, SIGTERM};
-    struct sigaction old_[2] {};
-    bool installed_[2] = {false, false};
-};
 
 // The frames the applets send, one line each, written through to the file or stdout as they
 // go out, so that a reader sees them live and an interrupted replay leaves whole lines. Never
@@ -117,16 +78,6 @@ private:
     std::FILE* out_ = nullptr;
     std::string error_;
 };
-
-double parseSeconds(const std::string& text) {
-    char* end = nullptr;
-    errno = 0;
-    const double v = std::strtod(text.c_str(), &end);
-    if (text.empty() || *end != '\0' || errno != 0 || !(v > 0) || v > 1e7) {
-        throw UsageError("--for needs a number of seconds above 0: " + text);
-    }
-    return v;
-}
 
 int cmdRun(const Args& args) {
     std::vector<std::string> applets;

@@ -47,7 +47,12 @@ struct IsoTpLink::Shared {
     NResult result = NResult::Ok;
     std::mutex sendSerial;
     // Received messages and failed receptions, oldest first.
-    std::deque<std::pair<NResult, std::vector<uint8_t>>> received;
+    struct Message {
+        NResult result;
+        std::vector<uint8_t> bytes;
+        bool functional;
+    };
+    std::deque<Message> received;
     bool receiving = false;
 
     int channel = 0;
@@ -88,7 +93,7 @@ IsoTpLink::IsoTpLink(const IsoTpLinkConfig& config)
     thread_ = std::thread([this] { run(); });
 }
 
-IsoTpLink::~IsoTpLink() {
+void IsoTpLink::close() {
     {
         std::lock_guard<std::mutex> lock(shared_->mutex);
         shared_->closed = true;
@@ -96,6 +101,10 @@ IsoTpLink::~IsoTpLink() {
     shared_->wake.notify_all();
     shared_->sent.notify_all();
     shared_->arrived.notify_all();
+}
+
+IsoTpLink::~IsoTpLink() {
+    close();
     thread_.join();
     {
         // A caller may still be putting its first frame out; after that it needs only `shared`.
@@ -134,6 +143,10 @@ NResult IsoTpLink::send(const std::vector<uint8_t>& message, bool functional) {
 }
 
 NResult IsoTpLink::receive(std::vector<uint8_t>& message, std::chrono::milliseconds timeout) {
+    return receive(message, timeout, nullptr);
+}
+
+NResult IsoTpLink::receive(std::vector<uint8_t>& message, std::chrono::milliseconds timeout, bool* functional) {
     // From a handler of our own frames the link's thread could not run: we would wait on ourselves.
     if (std::this_thread::get_id() == thread_.get_id() || t_transmitting == this) return NResult::Error;
     const std::shared_ptr<Shared> shared = shared_;
@@ -141,8 +154,9 @@ NResult IsoTpLink::receive(std::vector<uint8_t>& message, std::chrono::milliseco
     std::unique_lock<std::mutex> lock(shared->mutex);
     for (;;) {
         if (!shared->received.empty()) {
-            const NResult result = shared->received.front().first;
-            message = std::move(shared->received.front().second);
+            const NResult result = shared->received.front().result;
+            message = std::move(shared->received.front().bytes);
+            if (functional != nullptr) *functional = shared->received.front().functional;
             shared->received.pop_front();
             return result;
         }
@@ -200,7 +214,7 @@ void IsoTpLink::publish(bool rearm) {
             case IsoTpEvent::Received:
             case IsoTpEvent::ReceiveFailed:
                 if (shared_->received.size() == kMaxKept) shared_->received.pop_front();
-                shared_->received.emplace_back(e.result, std::move(e.message));
+                shared_->received.push_back({e.result, std::move(e.message), e.functional});
                 tellArrived = true;
                 break;
             case IsoTpEvent::FirstFrame:

@@ -43,6 +43,13 @@ public:
     // A reception that began within `timeout` is waited out (N_Cr bounds it). A reception that
     // failed is reported once with its result. Messages received while nobody waits are kept.
     NResult receive(std::vector<uint8_t>& message, std::chrono::milliseconds timeout) override;
+    // The same; `*functional` (when given) tells whether the message came to the functional
+    // address, as a server must know to stay silent where a tester asked every ECU at once.
+    NResult receive(std::vector<uint8_t>& message, std::chrono::milliseconds timeout, bool* functional);
+    // Ends the link's work early: waiting and later sends and receives get Error. The owner of
+    // a thread that uses the link calls it to wake that thread before joining it; the link
+    // stays on the bus until destroyed.
+    void close();
 
     struct Shared;
 
