@@ -101,6 +101,8 @@ int main() {
                 PRIORITY_NORMAL);
             std::cout << "sent " << rc << std::endl;
         } else if (command == "rx") {
+            // Node frames reach the workstation on the host's delivery thread: all of them first.
+            hostbridge::waitForNodeDeliveries();
             std::vector<std::string> frames;
             {
                 std::lock_guard<std::mutex> lock(mutex);
