@@ -27,6 +27,9 @@ std::map<int, std::shared_ptr<Node>> g_nodes;
 int g_nextNode = 1;
 std::map<int, hostbridge::ReceiveListener> g_receiveListeners;
 
+std::vector<CanPackage> asReceived(const std::vector<std::shared_ptr<MsgHeaderBase>>& frames);
+void deliverToReceivers(const std::vector<std::shared_ptr<MsgHeaderBase>>& frames);
+
 // Frames from nodes reach the workstation's receivers on a thread of the host's own, as on a
 // real workstation: a node (an ECU answering on its link thread) never runs an applet's handler
 // itself, so a handler may send to that node and wait for its answer.
@@ -70,7 +73,7 @@ private:
             }
             busy_ = true;
             lock.unlock();
-            hostbridge::injectReceived(batch);
+            deliverToReceivers(batch);
             lock.lock();
             busy_ = false;
             if (queue_.empty()) idle_.notify_all();
@@ -122,6 +125,23 @@ void tellNodes(const std::shared_ptr<MsgHeaderBase>& frame, int except) {
     for (const auto& node : nodesBut(except)) {
         std::lock_guard<std::mutex> lock(node->mutex);
         if (node->attached) node->listener(hostbridge::copyCanFrame(frame));
+    }
+}
+
+std::vector<CanPackage> asReceived(const std::vector<std::shared_ptr<MsgHeaderBase>>& frames) {
+    std::vector<CanPackage> packages;
+    packages.reserve(frames.size());
+    for (const auto& f : frames) {
+        if (f) f->direction = 0;
+        packages.push_back(CanPackage{f, 0});
+    }
+    return packages;
+}
+
+void deliverToReceivers(const std::vector<std::shared_ptr<MsgHeaderBase>>& frames) {
+    const std::vector<CanPackage> packages = asReceived(frames);
+    for (ISDKReceiver* r : hostbridge::registeredReceivers()) {
+        r->onPackageRecv(packages.data(), static_cast<int>(packages.size()));
     }
 }
 
@@ -214,12 +234,7 @@ bool hasStartup() { return g_state.load() == kRunning; }
 namespace hostbridge {
 
 void injectReceived(const std::vector<std::shared_ptr<MsgHeaderBase>>& frames) {
-    std::vector<CanPackage> packages;
-    packages.reserve(frames.size());
-    for (const auto& f : frames) {
-        if (f) f->direction = 0;
-        packages.push_back(CanPackage{f, 0});
-    }
+    const std::vector<CanPackage> packages = asReceived(frames);
     for (ISDKReceiver* r : registeredReceivers()) {
         r->onPackageRecv(packages.data(), static_cast<int>(packages.size()));
     }
@@ -255,7 +270,13 @@ int nodeSend(int id, const std::shared_ptr<MsgHeaderBase>& frame) {
         if (g_nodes.find(id) == g_nodes.end()) return -1;
     }
     tellNodes(frame, id);
-    if (g_state.load() != kStopped) nodeDelivery().push(copyCanFrame(frame));
+    if (g_state.load() != kStopped) {
+        auto copy = copyCanFrame(frame);
+        // The workstation's own clients hear it at once (their listeners only queue), so a
+        // handler on the delivery thread that waits for a node's answer gets it.
+        tellReceiveListeners(asReceived({copy}));
+        nodeDelivery().push(std::move(copy));
+    }
     return 0;
 }
 

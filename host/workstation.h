@@ -67,7 +67,9 @@ HOSTBRIDGE_API void waitForNodeDeliveries();
 HOSTBRIDGE_API std::shared_ptr<MsgHeaderBase> copyCanFrame(const std::shared_ptr<MsgHeaderBase>& frame);
 
 // The workstation's own listeners of received frames (its diagnostic client): called with every
-// frame the receivers get as received, after them, on the delivering thread.
+// frame the receivers get as received; for injected frames after the receivers, for frames of
+// nodes at once on the node's thread (before the delivery thread hands them to the receivers).
+// A listener must only queue the frame.
 using ReceiveListener = std::function<void(const std::shared_ptr<MsgHeaderBase>&)>;
 HOSTBRIDGE_API int addReceiveListener(ReceiveListener listener);
 HOSTBRIDGE_API void removeReceiveListener(int id);

@@ -9,26 +9,19 @@
 
 #include "apps/ruvo/cli.h"
 #include "apps/ruvo/run_support.h"
-#include "host/bus/socketcand_server.h"
-#include "host/ecu/ecu_node.h"
+#include "apps/ruvo/bus_peers.h"
 
 namespace cli {
 namespace {
 
-std::string hexId(uint32_t id) {
-    char text[16];
-    std::snprintf(text, sizeof text, "%X", id);
-    return text;
-}
-
 int cmdEcu(const Args& args) {
     std::vector<std::string> files;
-    std::string listen;
+    BusPeers peers;
     double seconds = -1;
     for (size_t i = 0; i < args.size(); ++i) {
         if (args[i] == "--listen") {
             if (i + 1 >= args.size()) throw UsageError("--listen needs [HOST:]PORT");
-            listen = args[++i];
+            peers.setListen(args[++i]);
         } else if (args[i] == "--for") {
             if (i + 1 >= args.size()) throw UsageError("--for needs a number of seconds");
             seconds = parseSeconds(args[++i]);
@@ -39,40 +32,14 @@ int cmdEcu(const Args& args) {
         }
     }
     if (files.empty()) throw UsageError("expected ECU.json... [--listen [HOST:]PORT] [--for SECONDS]");
-    hostbridge::SocketcandServer::Options options;
-    if (!listen.empty()) {
-        std::string error;
-        if (!hostbridge::parseListenAddress(listen, &options.host, &options.port, &error)) throw UsageError(error);
-    }
     const StopSignals signals;
-
-    // Every file is checked before any ECU joins the bus.
-    std::vector<hostbridge::ecu::EcuConfig> configs(files.size());
-    for (size_t i = 0; i < files.size(); ++i) {
-        std::string error;
-        if (!hostbridge::ecu::loadEcuConfig(userPath(files[i]), configs[i], error)) {
-            std::fprintf(stderr, "%s\n", error.c_str());
-            return 1;
-        }
+    try {
+        peers.startEcus(files);  // every file is checked before any ECU joins the bus
+    } catch (const std::runtime_error& e) {
+        std::fprintf(stderr, "%s\n", e.what());
+        return 1;
     }
-    std::vector<std::unique_ptr<hostbridge::ecu::EcuNode>> ecus;
-    for (hostbridge::ecu::EcuConfig& config : configs) {
-        ecus.push_back(std::make_unique<hostbridge::ecu::EcuNode>(std::move(config)));
-        const hostbridge::ecu::EcuNode& e = *ecus.back();
-        const hostbridge::ecu::EcuAddressing& a = e.addressing();
-        std::fprintf(stderr, "ECU \"%s\" on can%d: requests to %s (functional %s), answers on %s\n",
-                     e.name().c_str(), a.channel, hexId(a.physicalId).c_str(), hexId(a.functionalId).c_str(),
-                     hexId(a.responseId).c_str());
-    }
-    hostbridge::SocketcandServer server;
-    if (!listen.empty()) {
-        std::string error;
-        if (!server.start(options, &error)) {
-            std::fprintf(stderr, "cannot serve the bus: %s\n", error.c_str());
-            return 1;
-        }
-        std::fprintf(stderr, "serving the bus on %s\n", server.address().c_str());
-    }
+    peers.startServer();
     std::fprintf(stderr, "ECUs running %s\n",
                  seconds < 0 ? "until SIGINT or SIGTERM" : ("for " + std::to_string(seconds) + " s").c_str());
     std::fflush(stderr);
@@ -81,9 +48,7 @@ int cmdEcu(const Args& args) {
     while (signals.received() == 0 && (seconds < 0 || std::chrono::steady_clock::now() < deadline)) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    // Testers go first, so that none is left talking to an ECU that has gone.
-    server.stop();
-    ecus.clear();
+    peers.stop();
     if (const int signal = signals.received()) {
         std::fprintf(stderr, "interrupted by %s: ECUs stopped\n", signalName(signal));
         return 128 + signal;

@@ -14,6 +14,7 @@
 #include "RuvoManager/ruvo_sdk.h"
 #include "apps/ruvo/cli.h"
 #include "apps/ruvo/replay.h"
+#include "apps/ruvo/bus_peers.h"
 #include "apps/ruvo/run_support.h"
 
 namespace cli {
@@ -80,9 +81,10 @@ private:
 };
 
 int cmdRun(const Args& args) {
-    std::vector<std::string> applets;
+    std::vector<std::string> applets, ecuFiles;
     std::string replayFile, outFile, replayShown;
     double seconds = -1;
+    BusPeers peers;
     for (size_t i = 1; i < args.size(); ++i) {
         if (args[i] == "--replay" || args[i] == "--out") {
             if (i + 1 >= args.size()) throw UsageError(args[i] + " needs a file");
@@ -92,6 +94,12 @@ int cmdRun(const Args& args) {
         } else if (args[i] == "--for") {
             if (i + 1 >= args.size()) throw UsageError("--for needs a number of seconds");
             seconds = parseSeconds(args[++i]);
+        } else if (args[i] == "--ecu") {
+            if (i + 1 >= args.size()) throw UsageError("--ecu needs an ECU file");
+            ecuFiles.push_back(args[++i]);
+        } else if (args[i] == "--listen") {
+            if (i + 1 >= args.size()) throw UsageError("--listen needs [HOST:]PORT");
+            peers.setListen(args[++i]);
         } else if (args[i].rfind("--", 0) == 0) {
             throw UsageError("unknown option " + args[i]);
         } else {
@@ -99,7 +107,8 @@ int cmdRun(const Args& args) {
         }
     }
     if (args.empty() || applets.empty()) {
-        throw UsageError("expected PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--for SECONDS]");
+        throw UsageError("expected PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... "
+                         "[--listen [HOST:]PORT] [--for SECONDS]");
     }
     if (!replayFile.empty() && seconds >= 0) throw UsageError("--for is for a live measurement, not with --replay");
     const StopSignals signals;
@@ -121,6 +130,13 @@ int cmdRun(const Args& args) {
         }
     }
     for (const auto& a : applets) loadModule(openApplet(args[0], a));
+    try {
+        peers.startEcus(ecuFiles);  // every file is checked before any ECU joins the bus
+    } catch (const std::runtime_error& e) {
+        std::fprintf(stderr, "%s\n", e.what());
+        return 1;
+    }
+    peers.startServer();
 
     FrameOutput output(outFile);
     const auto write = [&](const canlog::Frame& f) { output.write(f); };
@@ -230,14 +246,16 @@ int cmdDemo(const Args& args) {
     return 0;
 }
 
-Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--for SECONDS]",
+Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... [--listen [HOST:]PORT] [--for SECONDS]",
                 "run compiled applets on the bus: replay a candump log, or a live measurement", cmdRun,
                 "Loads the compiled modules of the applets and starts the measurement. With --replay\n"
                 "it feeds the frames of a candump log ((time) channel id#data, CAN FD ##) as\n"
                 "received frames in time order and stops; without it the measurement runs live\n"
                 "until SIGINT/SIGTERM or for --for SECONDS. Every frame the applets send is written\n"
                 "as it goes out, in the same format (to stdout without --out). A signal stops the\n"
-                "measurement cleanly (the stop handlers run) and exits with 130/143."});
+                "measurement cleanly (the stop handlers run) and exits with 130/143. --ecu puts a\n"
+                "simulated ECU on the bus (repeatable); --listen serves the bus over the socketcand\n"
+                "protocol, so outside tools see the applets' frames and can send to them."});
 Registrar rDemo({"demo", "", "the whole road on a temporary project: create, compile, replay, show", cmdDemo,
                  "Creates an applet in a temporary project that answers diagnostic requests on\n"
                  "0x7E0 with replies on 0x7E8, compiles it, replays a small log through it, prints\n"

@@ -1,0 +1,55 @@
+#include "apps/ruvo/bus_peers.h"
+
+#include <cstdio>
+#include <stdexcept>
+
+#include "apps/ruvo/cli.h"
+
+namespace cli {
+
+namespace {
+
+std::string hexId(uint32_t id) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%X", id);
+    return text;
+}
+
+}  // namespace
+
+void BusPeers::setListen(const std::string& address) {
+    std::string error;
+    if (!hostbridge::parseListenAddress(address, &options_.host, &options_.port, &error)) throw UsageError(error);
+    listen_ = address;
+}
+
+void BusPeers::startEcus(const std::vector<std::string>& files) {
+    std::vector<hostbridge::ecu::EcuConfig> configs(files.size());
+    for (size_t i = 0; i < files.size(); ++i) {
+        std::string error;
+        if (!hostbridge::ecu::loadEcuConfig(userPath(files[i]), configs[i], error)) throw std::runtime_error(error);
+    }
+    for (hostbridge::ecu::EcuConfig& config : configs) {
+        ecus_.push_back(std::make_unique<hostbridge::ecu::EcuNode>(std::move(config)));
+        const hostbridge::ecu::EcuNode& e = *ecus_.back();
+        const hostbridge::ecu::EcuAddressing& a = e.addressing();
+        std::fprintf(stderr, "ECU \"%s\" on can%d: requests to %s (functional %s), answers on %s\n",
+                     e.name().c_str(), a.channel, hexId(a.physicalId).c_str(), hexId(a.functionalId).c_str(),
+                     hexId(a.responseId).c_str());
+    }
+}
+
+void BusPeers::startServer() {
+    if (listen_.empty()) return;
+    std::string error;
+    if (!server_.start(options_, &error)) throw std::runtime_error("cannot serve the bus: " + error);
+    std::fprintf(stderr, "serving the bus on %s\n", server_.address().c_str());
+    std::fflush(stderr);
+}
+
+void BusPeers::stop() {
+    server_.stop();
+    ecus_.clear();
+}
+
+}  // namespace cli
