@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <system_error>
 #include <unistd.h>
 
@@ -15,6 +16,7 @@
 #include "apps/ruvo/cli.h"
 #include "apps/ruvo/replay.h"
 #include "apps/ruvo/bus_peers.h"
+#include "host/workstation.h"
 #include "apps/ruvo/run_support.h"
 
 namespace cli {
@@ -186,6 +188,79 @@ void body(const char* applet, const char* func, const std::string& code) {
     }
 }
 
+// A simulated ECU in the demo: what it answers on 0x7E0.
+const char* const kDemoEcu = R"({
+  "name": "engine",
+  "addressing": {"physical_id": "7E0", "functional_id": "7DF", "response_id": "7E8", "fill": "CC",
+                 "block_size": 4, "st_min": 1},
+  "sessions": [{"id": 1}, {"id": 3}],
+  "dids": [{"id": "F190", "ascii": "WRUVO0SIMULATED01"}]
+})";
+
+// Part two of the demo: an applet diagnoses a simulated ECU over ISO-TP on the bus.
+void diagnoseDemoEcu(const std::string& project) {
+    const char* t = "tester";
+    std::printf("5. applet \"%s\" reads the VIN of a simulated ECU (UDS over ISO-TP) at measurement start\n", t);
+    ruvo_sdk::createRuvo(t, AT_TOOL);
+    ruvo_sdk::genDefaultMainFunction(t);
+    ruvo_sdk::createRuvoFunc(t, "on_start_diagnose", RFT_PROGRAM_START, nullptr, 0);
+    body(t, "on_start_diagnose",
+         "KelnEcuInfo ecu;\n"
+         "ecu.appconfig.channel = 0;\n"
+         "ecu.uds.ptype = PROTOCOL_DoCAN;\n"
+         "ecu.uds.protocol.docan.physical_address = 0x7E0;\n"
+         "ecu.uds.protocol.docan.functional_address = 0x7DF;\n"
+         "ecu.uds.protocol.docan.response_address = 0x7E8;\n"
+         "ecu.uds.protocol.docan.fill = 0xCC;\n"
+         "ecu.uds.p2time = 500;\n"
+         "ecu.uds.p2extend_time = 5000;\n"
+         "static KelnBigMsg request, answer;\n"
+         "request.MessageLen = 3;\n"
+         "request.MessageData[0] = 0x22; request.MessageData[1] = (char)0xF1; request.MessageData[2] = (char)0x90;\n"
+         "if (com.send_and_recv_uds_msg(&ecu, &request, &answer, 3000) == 0 && answer.MessageLen > 3) {\n"
+         "    clog.info(\"tester: VIN %.*s\", (int)answer.MessageLen - 3, answer.MessageData + 3);\n"
+         "}\n"
+         "request.MessageLen = 2;\n"
+         "request.MessageData[0] = 0x10; request.MessageData[1] = 0x02;  // a session the ECU lacks\n"
+         "if (com.send_and_recv_uds_msg(&ecu, &request, &answer, 3000) != 0) {\n"
+         "    clog.warn(\"tester: the ECU refused session 02, as expected\");\n"
+         "}");
+    std::printf("6. compiling ...\n");
+    std::fflush(stdout);
+    const CompileOutcome o = compileApplet(t, false);
+    if (o.result != CR_SUCCESS) {
+        std::printf("%s", o.text.c_str());
+        throw std::runtime_error("the demo tester did not compile");
+    }
+    loadModule(t);
+    const std::string ecuFile = project + "/engine_ecu.json";
+    std::ofstream(ecuFile) << kDemoEcu;
+    std::printf("7. measurement with the ECU of %s; the frames on the bus:\n", ecuFile.c_str());
+    std::fflush(stdout);
+    std::mutex mutex;
+    std::vector<std::string> lines;
+    const int monitor = hostbridge::attachNode([&](const std::shared_ptr<MsgHeaderBase>& m) {
+        const KELN::CanHeader* h = KELN::CanMsgAnalyse::getCanHeader(m);
+        if (h == nullptr) return;
+        canlog::Frame f;
+        f.channel = "can" + std::to_string(h->channel);
+        f.id = h->identifier;
+        const unsigned char* data = KELN::CanMsgAnalyse::getCanData(m);
+        f.data.assign(data, data + h->length);
+        std::lock_guard<std::mutex> lock(mutex);
+        const std::string line = canlog::formatLine(".log", f);
+        lines.push_back(line.substr(line.find(") ") + 2));  // without the time stamp
+    });
+    {
+        BusPeers peers;
+        peers.startEcus({ecuFile});
+        runLive(0.2, FrameSink(), [] { return false; });
+    }
+    hostbridge::detachNode(monitor);
+    for (const auto& line : lines) std::printf("   %s\n", line.c_str());
+    ruvo_sdk::unloadRuvoMp(t);
+}
+
 int cmdDemo(const Args& args) {
     if (!args.empty()) throw UsageError("takes no arguments");
     std::string tmpl = (std::filesystem::temp_directory_path() / "ruvo_demo_XXXXXX").string();
@@ -243,6 +318,7 @@ int cmdDemo(const Args& args) {
     std::printf("4. the applet sent %zu frames:\n", sent.size());
     for (const auto& f : sent) std::printf("%s\n", canlog::formatLine(".log", f).c_str());
     ruvo_sdk::unloadRuvoMp(a);
+    diagnoseDemoEcu(project);
     return 0;
 }
 

@@ -1,0 +1,15 @@
+#!/bin/sh
+# "ruvo demo" from a directory that is not its own: the responder replays, the tester reads the
+# VIN of the simulated ECU over ISO-TP and is refused a session; nothing is left behind.
+set -u
+ruvo="$1"
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+fail() { echo "FAIL: $*"; cat "$work/out.txt"; exit 1; }
+cd "$work" || exit 1
+TMPDIR="$work" "$ruvo" demo > "$work/out.txt" 2>&1 || fail "exit $?"
+grep -q "^4. the applet sent 3 frames:" "$work/out.txt" || fail "replay part"
+grep -q "tester: VIN WRUVO0SIMULATED01" "$work/out.txt" || fail "VIN"
+grep -q "can0 7E8#037F1012CCCCCCCC" "$work/out.txt" || fail "the ECU's refusal on the bus"
+[ -z "$(ls -d "$work"/ruvo_demo_* 2>/dev/null)" ] || fail "the demo project was left behind"
+echo "demo: all checks passed"
