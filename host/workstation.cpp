@@ -7,6 +7,7 @@
 #include <thread>
 #include <cstring>
 #include <map>
+#include <set>
 #include <mutex>
 
 namespace {
@@ -15,6 +16,8 @@ std::mutex g_mutex;
 std::map<int, hostbridge::TransmitListener> g_listeners;
 int g_nextListener = 1;
 int g_channelCount = 4;
+// Mappings set explicitly, by network; the others follow g_channelCount.
+std::map<int, std::vector<ChannelMapping>> g_mappings;
 std::atomic<bool> g_devicesPresent{true};
 
 // A node's listener runs under the node's own mutex, so detaching waits for a call in progress.
@@ -197,9 +200,11 @@ int sendCan(NetWorkType network, int channel, std::shared_ptr<MsgHeaderBase> mes
 
 namespace device_info_interface {
 std::vector<ChannelMapping> getDeviceMapping(NetWorkType network) {
+    std::lock_guard<std::mutex> lock(g_mutex);
+    const auto set = g_mappings.find(network);
+    if (set != g_mappings.end()) return set->second;
     std::vector<ChannelMapping> mapping;
     if (network != NETWORK_CAN) return mapping;
-    std::lock_guard<std::mutex> lock(g_mutex);
     for (int c = 0; c < g_channelCount; ++c) mapping.push_back(ChannelMapping{c, c, true});
     return mapping;
 }
@@ -344,6 +349,19 @@ int setChannelCount(int count) {
     if (count < 0 || count > kMaxChannelCount) return -1;
     std::lock_guard<std::mutex> lock(g_mutex);
     g_channelCount = count;
+    g_mappings.clear();
+    return 0;
+}
+
+int setDeviceMapping(NetWorkType network, const std::vector<ChannelMapping>& mapping) {
+    std::set<int> channels;
+    for (const ChannelMapping& m : mapping) {
+        if (m.channel < 0 || m.channel >= kMaxChannelCount || m.deviceId < 0 || !channels.insert(m.channel).second) {
+            return -1;
+        }
+    }
+    std::lock_guard<std::mutex> lock(g_mutex);
+    g_mappings[network] = mapping;
     return 0;
 }
 

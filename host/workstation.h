@@ -83,6 +83,11 @@ HOSTBRIDGE_API void removeTransmitListener(int id);
 // leaves the mapping as it was.
 constexpr int kMaxChannelCount = 256;
 HOSTBRIDGE_API int setChannelCount(int count);
+// A mapping of its own for one network, as a workstation with several boxes has: which device
+// serves which channel, and whether it is enabled. Replaces the count's mapping for that
+// network until setChannelCount is called again. -1 (nothing changed) for a channel outside
+// 0 .. kMaxChannelCount-1, a negative device or a channel mapped twice.
+HOSTBRIDGE_API int setDeviceMapping(NetWorkType network, const std::vector<ChannelMapping>& mapping);
 // Whether startup_sync brings the devices up (a missing box does not).
 HOSTBRIDGE_API void setDevicesPresent(bool present);
 

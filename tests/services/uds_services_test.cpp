@@ -256,3 +256,19 @@ TEST_F(CyclicSends, ADisabledCycleHoldsTheTaskAndAnInterruptStillEndsIt) {
     g_gen.set_cycle_task_enable(&ecu, 1);
     EXPECT_EQ(sends.load(), 0);
 }
+
+TEST_F(UdsServices, ChangeParameterFollowsAConfiguredChannelMap) {
+    ASSERT_EQ(hostbridge::setDeviceMapping(NETWORK_CAN, {{5, 3, true}, {2, 0, true}}), 0);
+    EXPECT_EQ(hostbridge::setDeviceMapping(NETWORK_CAN, {{1, 0, true}, {2, 0, true}}), -1) << "channel twice";
+    KelnEcuInfo ecu = ecuRecord();
+    ecu.appconfig.channel = 3;
+    EXPECT_EQ(g_com.uds_change_parameter(&ecu, 10, 8), 0);
+    UdsVciParams params{};
+    params.channel = 3;
+    ASSERT_EQ(uds::GetVCIParam(5, params), 0);
+    EXPECT_EQ(params.block_size, 8) << "device 5 serves channel 3";
+    ecu.appconfig.channel = 1;
+    EXPECT_EQ(g_com.uds_change_parameter(&ecu, 10, 8), -2) << "channel 1 is not in the map";
+    hostbridge::setChannelCount(4);  // back to channels 0..3 on devices 0..3
+    EXPECT_EQ(g_com.uds_change_parameter(&ecu, 10, 8), 0);
+}
