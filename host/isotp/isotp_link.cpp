@@ -75,7 +75,10 @@ struct IsoTpLink::Shared {
             if (closed || inbox.size() >= kMaxQueuedFrames) return;
             inbox.push_back(frame);
         }
+        // Whoever comes first takes the frames: a caller waiting in receive (saving a hand-over
+        // to the link's thread and back), or the link's thread.
         wake.notify_one();
+        arrived.notify_all();
     }
 };
 
@@ -161,13 +164,39 @@ NResult IsoTpLink::receive(std::vector<uint8_t>& message, std::chrono::milliseco
             return result;
         }
         if (shared->closed) return NResult::Error;
+        if (!shared->inbox.empty()) {
+            lock.unlock();
+            takeFrames();
+            lock.lock();
+            continue;
+        }
         if (shared->receiving) {
             shared->arrived.wait(lock);  // the reception ends with a message or a time-out
         } else if (shared->arrived.wait_until(lock, until) == std::cv_status::timeout &&
-                   shared->received.empty() && !shared->receiving) {
+                   shared->received.empty() && !shared->receiving && shared->inbox.empty()) {
             return NResult::Idle;
         }
     }
+}
+
+bool IsoTpLink::takeFrames() {
+    // The core first, then the queue: frames are taken and fed in the order they came, by
+    // whichever thread gets here.
+    std::lock_guard<std::mutex> core(coreMutex_);
+    std::deque<IsoTpFrame> frames;
+    {
+        std::lock_guard<std::mutex> lock(shared_->mutex);
+        if (shared_->closed) return false;
+        frames.swap(shared_->inbox);
+    }
+    const IsoTpTime before = core_.deadline();
+    const IsoTpTime now = steadyNow();
+    for (const IsoTpFrame& f : frames) core_.onFrame(f, now);
+    core_.tick(steadyNow());
+    transmitAll();
+    // The link's thread reads the core's deadline again when it moved forward.
+    publish(core_.deadline() < before);
+    return true;
 }
 
 void IsoTpLink::transmitAll() {
@@ -231,7 +260,6 @@ void IsoTpLink::publish(bool rearm) {
 }
 
 void IsoTpLink::run() {
-    std::deque<IsoTpFrame> frames;
     for (;;) {
         IsoTpTime deadline;
         {
@@ -249,15 +277,8 @@ void IsoTpLink::run() {
             }
             if (shared_->closed) return;
             shared_->rearm = false;
-            frames.swap(shared_->inbox);
         }
-        std::lock_guard<std::mutex> core(coreMutex_);
-        const IsoTpTime now = steadyNow();
-        for (const IsoTpFrame& f : frames) core_.onFrame(f, now);
-        frames.clear();
-        core_.tick(steadyNow());
-        transmitAll();
-        publish(false);
+        if (!takeFrames()) return;
     }
 }
 

@@ -55,6 +55,9 @@ public:
 
 private:
     void run();
+    // Feeds the queued frames to the core, ticks it, sends what it has and tells the waiters;
+    // false once the link is closed.
+    bool takeFrames();
     // Both with the core's mutex held.
     void transmitAll();
     void publish(bool rearm);
