@@ -1,5 +1,7 @@
 #include "host/sdk_receiver.h"
 
+#include "host/workstation.h"
+
 #include <algorithm>
 #include <atomic>
 #include <mutex>
@@ -26,9 +28,14 @@ void registReceiver(ISDKReceiver* receiver) {
 }
 
 void unRegistReceiver(ISDKReceiver* receiver) {
-    std::lock_guard<std::mutex> lock(receiverMutex());
-    auto& r = receivers();
-    r.erase(std::remove(r.begin(), r.end(), receiver), r.end());
+    {
+        std::lock_guard<std::mutex> lock(receiverMutex());
+        auto& r = receivers();
+        r.erase(std::remove(r.begin(), r.end(), receiver), r.end());
+    }
+    // A batch the host's delivery thread is handing out may still hold it: the caller may
+    // destroy the receiver once this returns.
+    hostbridge::waitForDeliveryInProgress();
 }
 
 namespace hostbridge {

@@ -55,6 +55,13 @@ public:
         }
         wake_.notify_one();
     }
+    void waitBatch() {
+        if (std::this_thread::get_id() == workerId_.load()) return;
+        std::unique_lock<std::mutex> lock(mutex_);
+        if (!busy_) return;
+        const uint64_t batch = batch_;
+        idle_.wait(lock, [&] { return !busy_ || batch_ != batch; });
+    }
     void drain() {
         if (std::this_thread::get_id() == workerId_.load()) return;  // a handler waiting on itself
         std::unique_lock<std::mutex> lock(mutex_);
@@ -75,11 +82,12 @@ private:
                 queue_.pop_front();
             }
             busy_ = true;
+            ++batch_;
             lock.unlock();
             deliverToReceivers(batch);
             lock.lock();
             busy_ = false;
-            if (queue_.empty()) idle_.notify_all();
+            idle_.notify_all();
         }
     }
 
@@ -87,6 +95,7 @@ private:
     std::condition_variable wake_, idle_;
     std::deque<std::shared_ptr<MsgHeaderBase>> queue_;
     bool busy_ = false;
+    uint64_t batch_ = 0;
     bool stopping_ = false;
     std::atomic<std::thread::id> workerId_{};
     std::thread worker_;
@@ -284,6 +293,8 @@ int nodeSend(int id, const std::shared_ptr<MsgHeaderBase>& frame) {
     }
     return 0;
 }
+
+void waitForDeliveryInProgress() { nodeDelivery().waitBatch(); }
 
 void waitForNodeDeliveries() { nodeDelivery().drain();
 }

@@ -63,6 +63,9 @@ HOSTBRIDGE_API void detachNode(int node);
 HOSTBRIDGE_API int nodeSend(int node, const std::shared_ptr<MsgHeaderBase>& frame);
 // Returns when every frame nodes have sent so far has been delivered to the workstation.
 HOSTBRIDGE_API void waitForNodeDeliveries();
+// Returns when the batch being delivered right now, if any, is done (at once on the delivery
+// thread itself).
+HOSTBRIDGE_API void waitForDeliveryInProgress();
 // A copy of a CAN frame, with a header and data of its own.
 HOSTBRIDGE_API std::shared_ptr<MsgHeaderBase> copyCanFrame(const std::shared_ptr<MsgHeaderBase>& frame);
 

@@ -147,6 +147,7 @@ int cmdRun(const Args& args) {
         std::fprintf(stderr, "measurement running %s\n",
                      seconds < 0 ? "until SIGINT or SIGTERM" : ("for " + std::to_string(seconds) + " s").c_str());
         const ReplayResult result = runLive(seconds, write, stopRequested);
+        ruvo_sdk::interruptRuvoFuture();  // the applets' cyclic sends end with the run
         output.finish();
         const std::string summary = "the applets sent " + std::to_string(result.sent) + (outFile.empty() ? "" : " to " + outFile);
         const int signal = signals.received();
@@ -159,6 +160,7 @@ int cmdRun(const Args& args) {
     }
     const size_t total = input.frames.size();
     const ReplayResult result = replay(std::move(input.frames), write, stopRequested);
+    ruvo_sdk::interruptRuvoFuture();
     output.finish();
 
     std::string summary = "replayed " + std::to_string(result.replayed) + " frames (" +
