@@ -7,6 +7,7 @@ of it, asked with block size 4 and STmin 2 ms, checked on the wire. SIGTERM ends
 143; a bad file gives 1 and --for 0.
 Usage: ecu_python_can_test.py RUVO ECU.json
 """
+import os
 import re
 import signal
 import subprocess
@@ -15,33 +16,14 @@ import time
 
 import can
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../python"))
+from socketcand_client import WholeMessages  # noqa: E402
+
 TIMEOUT = 3.0
 REQUEST, RESPONSE, FILL = 0x7E0, 0x7E8, 0xCC
 BLOCK_SIZE, ST_MIN_MS = 4, 2
 # How long we hold back each flow control after a block: the ECU must stay silent meanwhile.
 HOLD = 0.02
-
-
-class WholeMessages:
-    """Hands python-can whole messages only: its 4.1 client loses one split across reads."""
-
-    def __init__(self, sock):
-        self._sock = sock
-        self._pending = b""
-
-    def recv(self, size):
-        while True:
-            end = self._pending.rfind(b">")
-            if end >= 0:
-                whole, self._pending = self._pending[: end + 1], self._pending[end + 1 :]
-                return whole
-            chunk = self._sock.recv(4096)
-            if not chunk:
-                return chunk
-            self._pending += chunk
-
-    def __getattr__(self, name):
-        return getattr(self._sock, name)
 
 
 def send(bus, data):

@@ -16,8 +16,8 @@ import time
 
 import can
 
-sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-from ecu_python_can_test import WholeMessages  # noqa: E402
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../python"))
+from socketcand_client import WholeMessages  # noqa: E402
 
 TIMEOUT = 3.0
 REQUEST, RESPONSE, FILL = 0x7E0, 0x7E8, 0xAA

@@ -6,6 +6,7 @@ empty and a 64-byte frame); clients that send garbage, cut a message, overrun th
 limit, send an out-of-range id or flood are dropped while the others keep working.
 Usage: socketcand_python_can_test.py BUS_HOST_PROGRAM
 """
+import os
 import socket
 import subprocess
 import sys
@@ -13,29 +14,10 @@ import time
 
 import can
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../python"))
+from socketcand_client import WholeMessages  # noqa: E402
+
 TIMEOUT = 2.0
-
-
-class WholeMessages:
-    """Hands python-can whole messages only: its 4.1 client loses one split across reads."""
-
-    def __init__(self, sock):
-        self._sock = sock
-        self._pending = b""
-
-    def recv(self, size):
-        while True:
-            end = self._pending.rfind(b">")
-            if end >= 0:
-                whole, self._pending = self._pending[: end + 1], self._pending[end + 1 :]
-                return whole
-            chunk = self._sock.recv(4096)
-            if not chunk:
-                return chunk
-            self._pending += chunk
-
-    def __getattr__(self, name):
-        return getattr(self._sock, name)
 
 
 class Host:
