@@ -172,6 +172,9 @@ NResult IsoTpLink::receive(std::vector<uint8_t>& message, std::chrono::milliseco
         }
         if (shared->receiving) {
             shared->arrived.wait(lock);  // the reception ends with a message or a time-out
+        } else if (std::chrono::steady_clock::now() >= until) {
+            // Not into the wait: even a time-out already past costs the timer's slack there.
+            return NResult::Idle;
         } else if (shared->arrived.wait_until(lock, until) == std::cv_status::timeout &&
                    shared->received.empty() && !shared->receiving && shared->inbox.empty()) {
             return NResult::Idle;
