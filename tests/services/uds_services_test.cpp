@@ -37,7 +37,7 @@ std::unique_ptr<KelnBigMsg> message(const Bytes& bytes) {
     auto m = std::make_unique<KelnBigMsg>();
     std::memset(static_cast<void*>(m.get()), 0, sizeof(*m));
     m->MessageLen = static_cast<u32>(bytes.size());
-    std::memcpy(m->MessageData, bytes.data(), bytes.size());
+    if (!bytes.empty()) std::memcpy(m->MessageData, bytes.data(), bytes.size());
     return m;
 }
 
