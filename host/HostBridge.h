@@ -6,4 +6,5 @@
 #include "host/frame_kit.h"
 #include "host/sdk_receiver.h"
 #include "host/uds/uds_host.h"
+#include "host/vars/system_variate.h"
 #include "host/workstation.h"
