@@ -18,19 +18,11 @@ void* address(Fn fn) {
 }
 
 // One function per unbuilt slot, so that each logs the name of its own service.
-template <size_t MetaIndex>
-void varUnbuilt() {
-    services::notAvailable(meta::var()[MetaIndex].name.c_str());
-}
 template <int Slot>
 void xcpUnbuilt() {
     for (const XcpMeta& m : meta::xcp()) {
         if (m.slot == Slot) services::notAvailable(m.name.c_str());
     }
-}
-template <size_t Base, size_t... I>
-std::array<RuvoSlot, sizeof...(I)> varSlots(std::index_sequence<I...>) {
-    return {&varUnbuilt<Base + I>...};
 }
 template <size_t... I>
 std::array<RuvoSlot, sizeof...(I)> xcpSlots(std::index_sequence<I...>) {
@@ -122,25 +114,45 @@ VarFunsImp::VarFunsImp() { registerFunctions(); }
 void VarFunsImp::registerFunctions() {
     table.owner = this;
     ServiceCatalogue c("var", TFT_VAR, "", KVT_S32);
-    // The metadata lists the ten add services, delete, the ten set and the ten get services.
+    // The metadata lists the ten add services, delete, the ten set and the ten get services,
+    // each group in the table's type order.
     const std::vector<ServiceMeta>& m = meta::var();
-    const auto add = varSlots<0>(std::make_index_sequence<10>());
-    const auto set = varSlots<11>(std::make_index_sequence<10>());
-    const auto get = varSlots<21>(std::make_index_sequence<10>());
-    for (size_t i = 0; i < 10; ++i) {
-        table.add[i] = add[i];
-        c.add(funcs, m[i], address(table.add[i]));
-    }
-    table.delete_system_variant = &varUnbuilt<10>;
-    c.add(funcs, m[10], address(table.delete_system_variant));
-    for (size_t i = 0; i < 10; ++i) {
-        table.set[i] = set[i];
-        c.add(funcs, m[11 + i], address(table.set[i]));
-    }
-    for (size_t i = 0; i < 10; ++i) {
-        table.get[i] = get[i];
-        c.add(funcs, m[21 + i], address(table.get[i]));
-    }
+    size_t i = 0;
+    const auto reg = [&](auto& slot, auto fn) {
+        slot = fn;
+        c.add(funcs, m[i++], address(slot));
+    };
+    reg(table.add_system_var_double, services::addSystemVarDouble);
+    reg(table.add_system_var_int32, services::addSystemVarInt32);
+    reg(table.add_system_var_uint32, services::addSystemVarUInt32);
+    reg(table.add_system_var_int64, services::addSystemVarInt64);
+    reg(table.add_system_var_uint64, services::addSystemVarUInt64);
+    reg(table.add_system_var_uint8_array, services::addSystemVarUInt8Array);
+    reg(table.add_system_var_int32_array, services::addSystemVarInt32Array);
+    reg(table.add_system_var_int64_array, services::addSystemVarInt64Array);
+    reg(table.add_system_var_double_array, services::addSystemVarDoubleArray);
+    reg(table.add_system_var_string, services::addSystemVarString);
+    reg(table.delete_system_variant, services::delSystemVariant);
+    reg(table.set_system_var_double, services::setSystemVarDouble);
+    reg(table.set_system_var_int32, services::setSystemVarInt32);
+    reg(table.set_system_var_uint32, services::setSystemVarUInt32);
+    reg(table.set_system_var_int64, services::setSystemVarInt64);
+    reg(table.set_system_var_uint64, services::setSystemVarUInt64);
+    reg(table.set_system_var_uint8_array, services::setSystemVarUInt8Array);
+    reg(table.set_system_var_int32_array, services::setSystemVarInt32Array);
+    reg(table.set_system_var_int64_array, services::setSystemVarInt64Array);
+    reg(table.set_system_var_double_array, services::setSystemVarDoubleArray);
+    reg(table.set_system_var_string, services::setSystemVarString);
+    reg(table.get_system_var_double, services::getSystemVarDouble);
+    reg(table.get_system_var_int32, services::getSystemVarInt32);
+    reg(table.get_system_var_uint32, services::getSystemVarUInt32);
+    reg(table.get_system_var_int64, services::getSystemVarInt64);
+    reg(table.get_system_var_uint64, services::getSystemVarUInt64);
+    reg(table.get_system_var_uint8_array, services::getSystemVarUInt8Array);
+    reg(table.get_system_var_int32_array, services::getSystemVarInt32Array);
+    reg(table.get_system_var_int64_array, services::getSystemVarInt64Array);
+    reg(table.get_system_var_double_array, services::getSystemVarDoubleArray);
+    reg(table.get_system_var_string, services::getSystemVarString);
 }
 
 // ---- clog ----

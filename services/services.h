@@ -2,6 +2,7 @@
 // The service functions behind the table slots that are built.
 
 #include "model/records/ruvo_basic_def.h"
+#include "platform/export.h"
 
 namespace services {
 
@@ -52,6 +53,52 @@ s32 notify_process(const char* applet, const char* sequence, const char* blockUu
                    int result);
 using NotifyCallback = void (*)(const char*, const char*, const char*, double, int);
 void setNotifyCallback(NotifyCallback cb);
+
+// system variables; names are UTF-8 and reach the host's store as GBK
+s32 addSystemVarDouble(const char* VarName, const char* varDescription);
+s32 addSystemVarInt32(const char* VarName, const char* varDescription);
+s32 addSystemVarUInt32(const char* VarName, const char* varDescription);
+s32 addSystemVarInt64(const char* VarName, const char* varDescription);
+s32 addSystemVarUInt64(const char* VarName, const char* varDescription);
+s32 addSystemVarUInt8Array(const char* VarName, const char* varDescription);
+s32 addSystemVarInt32Array(const char* VarName, const char* varDescription);
+s32 addSystemVarInt64Array(const char* VarName, const char* varDescription);
+s32 addSystemVarDoubleArray(const char* VarName, const char* varDescription);
+s32 addSystemVarString(const char* VarName, const char* varDescription);
+s32 delSystemVariant(const char* VarName);
+s32 setSystemVarDouble(const char* VarName, double setValue);
+s32 setSystemVarInt32(const char* VarName, s32 setValue);
+s32 setSystemVarUInt32(const char* VarName, u32 setValue);
+s32 setSystemVarInt64(const char* VarName, s64 setValue);
+s32 setSystemVarUInt64(const char* VarName, u64 setValue);
+s32 setSystemVarUInt8Array(const char* VarName, u32 arraySize, const u8* arrayPtr);
+s32 setSystemVarInt32Array(const char* VarName, u32 arraySize, const s32* arrayPtr);
+s32 setSystemVarInt64Array(const char* VarName, u32 arraySize, const s64* arrayPtr);
+s32 setSystemVarDoubleArray(const char* VarName, u32 arraySize, const double* arrayPtr);
+s32 setSystemVarString(const char* VarName, const char* string);
+s32 getSystemVarDouble(const char* VarName, double* strValue);
+s32 getSystemVarInt32(const char* VarName, s32* strValue);
+s32 getSystemVarUInt32(const char* VarName, u32* strValue);
+s32 getSystemVarInt64(const char* VarName, s64* strValue);
+s32 getSystemVarUInt64(const char* VarName, u64* strValue);
+s32 getSystemVarUInt8Array(const char* VarName, s32* arraySize, u8* arrayPtr);
+s32 getSystemVarInt32Array(const char* VarName, s32* arraySize, s32* arrayPtr);
+s32 getSystemVarInt64Array(const char* VarName, s32* arraySize, s64* arrayPtr);
+s32 getSystemVarDoubleArray(const char* VarName, s32* arraySize, double* arrayPtr);
+s32 getSystemVarString(const char* VarName, char* string);  // writes 256 bytes
+// Not in the table: exported readers that call the matching get service.
+RUVO_API s32 getSystemConstDouble(const char* VarName, double* strValue);
+RUVO_API s32 getSystemConstInt32(const char* VarName, s32* strValue);
+RUVO_API s32 getSystemConstUInt32(const char* VarName, u32* strValue);
+RUVO_API s32 getSystemConstInt64(const char* VarName, s64* strValue);
+RUVO_API s32 getSystemConstUInt64(const char* VarName, u64* strValue);
+RUVO_API s32 getSystemConstUInt8Array(const char* VarName, s32* arraySize, u8* arrayPtr);
+RUVO_API s32 getSystemConstInt32Array(const char* VarName, s32* arraySize, s32* arrayPtr);
+RUVO_API s32 getSystemConstInt64Array(const char* VarName, s32* arraySize, s64* arrayPtr);
+RUVO_API s32 getSystemConstDoubleArray(const char* VarName, s32* arraySize, double* arrayPtr);
+RUVO_API s32 getSystemConstString(const char* VarName, char* string);
+// "int32", "uint8Array", ...; "no_type" for 0 and "unknown_type" outside 0 to 10.
+const char* getDataCategoryType(DataCategoryType type);
 
 // A slot whose service is not built yet: logs and does nothing.
 void notAvailable(const char* service);

@@ -345,25 +345,27 @@ TEST_F(ServiceMetadata, XcpListOrderDiffersFromSlotOrderAtTheSessionServices) {
     EXPECT_EQ(slots[69].first, "program_format_cb");
 }
 
-TEST_F(ServiceMetadata, UnbuiltVariableSlotsLogTheirOwnName) {
-    std::map<void*, std::string> nameAt;
-    for (const Service* s : family(TFT_VAR)) nameAt[s->record.addr] = s->record.name;
-    std::vector<RuvoSlot> slots;
-    for (RuvoSlot s : g_var.add) slots.push_back(s);
-    for (RuvoSlot s : g_var.set) slots.push_back(s);
-    slots.push_back(g_var.delete_system_variant);
-    for (RuvoSlot s : g_var.get) slots.push_back(s);
-    ASSERT_EQ(slots.size(), 31u);
-    for (RuvoSlot slot : slots) {
-        const std::string name = nameAt[reinterpret_cast<void*>(slot)];
-        ASSERT_FALSE(name.empty());
-        log_interface::takeRecords();
-        slot();
-        const auto records = log_interface::takeRecords();
-        ASSERT_EQ(records.size(), 1u);
-        EXPECT_EQ(records[0].text, "[小程序]函数:" + name + ",错误:not available");
-    }
-    EXPECT_EQ(nameAt[reinterpret_cast<void*>(g_var.set[9])], "set_system_var_string");
+TEST_F(ServiceMetadata, VariableSlotsFollowTheMetadataOrder) {
+    // Slots 1 to 21 and 32 to 41, read as words: the order compiled modules rely on.
+    const void* const* words = reinterpret_cast<const void* const*>(&g_var);
+    std::vector<const void*> slots;
+    for (int i = 1; i <= 21; ++i) slots.push_back(words[i]);
+    for (int i = 32; i <= 41; ++i) slots.push_back(words[i]);
+    for (int i = 22; i <= 31; ++i) EXPECT_EQ(words[i], nullptr);
+    const auto list = family(TFT_VAR);
+    ASSERT_EQ(list.size(), 31u);
+    // The metadata lists add, delete, set, get; the table has add, set, delete, get.
+    std::vector<std::string> names;
+    for (const Service* s : list) names.push_back(s->record.name);
+    std::vector<std::string> bySlot(names.begin(), names.begin() + 10);
+    bySlot.insert(bySlot.end(), names.begin() + 11, names.begin() + 21);
+    bySlot.push_back(names[10]);
+    bySlot.insert(bySlot.end(), names.begin() + 21, names.end());
+    std::map<const void*, std::string> nameAt;
+    for (const Service* s : list) nameAt[s->record.addr] = s->record.name;
+    for (size_t i = 0; i < slots.size(); ++i) EXPECT_EQ(nameAt[slots[i]], bySlot[i]) << i;
+    EXPECT_EQ(nameAt[reinterpret_cast<void*>(g_var.set_system_var_string)], "set_system_var_string");
+    EXPECT_EQ(nameAt[reinterpret_cast<void*>(g_var.delete_system_variant)], "delete_system_variant");
 }
 
 // The flow notifications and the device family are not inner functions; their controllers
