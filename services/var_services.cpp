@@ -37,7 +37,8 @@ constexpr size_t kCacheSlots = 64;
 constexpr size_t kCacheableLength = 1024;
 
 // The GBK form of `utf8`; empty, with a log line, when it is not valid UTF-8 or has no GBK form.
-const std::string& toGbk(const char* function, const char* utf8) {
+const std::string& toGbk(const char* function, const char* utf8,
+                         const char* invalid = "name is not valid UTF-8") {
     thread_local CachedName cache[kCacheSlots];
     thread_local std::string uncached;
     static const std::string empty;
@@ -53,11 +54,11 @@ const std::string& toGbk(const char* function, const char* utf8) {
         }
     } else {
         if (!platform::utf8ToGbk(in, uncached)) uncached.clear();
-        if (uncached.empty() && !in.empty()) fail(function, "name is not valid UTF-8");
+        if (uncached.empty() && !in.empty()) fail(function, invalid);
         return uncached;
     }
     if (!entry->ok) {
-        fail(function, "name is not valid UTF-8");
+        fail(function, invalid);
         return empty;
     }
     return entry->gbk;
@@ -90,7 +91,8 @@ void resetSystemVar(const char* function, SystemVarDef& def, const char* name, c
         copyText(def.nameSpace, full.substr(0, dot));
         copyText(def.name, full.substr(dot + 1, next == std::string::npos ? std::string::npos : next - dot - 1));
     }
-    copyText(def.description, description != nullptr ? toGbk(function, description) : std::string());
+    const char* const badDescription = "description is not valid UTF-8";
+    copyText(def.description, description != nullptr ? toGbk(function, description, badDescription) : std::string());
     def.flags[0] = 0;
     def.flags[1] = 0;
     def.flags[2] = 1;

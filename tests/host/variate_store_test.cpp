@@ -247,9 +247,9 @@ TEST(VariateStore, ConcurrentWritersAndReadersNeverSeeTornValues) {
                     }
                     if (r.count != 0 && r.count != 1 + ((r.value.i64Array[0] & 0xFFFFFFFF) % 64)) ++torn;
                     if (store.get("c.word", r) != VAR_OK) ++failed;
-                    if (r.value.u64 != 0 && static_cast<uint32_t>(r.value.u64 >> 32) != ~static_cast<uint32_t>(r.value.u64)) {
-                        ++torn;
-                    }
+                    const uint32_t low = static_cast<uint32_t>(r.value.u64);
+                    const uint32_t high = static_cast<uint32_t>(r.value.u64 >> 32);
+                    if (r.value.u64 != 0 && high != static_cast<uint32_t>(~low)) ++torn;
                 }
             }
         });

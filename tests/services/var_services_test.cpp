@@ -1,8 +1,10 @@
 // The system variable services as a module calls them, through g_var, against the host store.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "host/HostBridge.h"
@@ -276,6 +278,38 @@ TEST_F(VarServices, StringsHold255Bytes) {
     EXPECT_STREQ(out, "");
     EXPECT_EQ(stored("s.s").count, 0);
     EXPECT_TRUE(logged().empty());
+}
+
+}  // namespace
+
+namespace {
+
+// Writers and readers on several threads through the table: each read is one whole write.
+TEST_F(VarServices, ConcurrentCallersSeeWholeArrays) {
+    ASSERT_EQ(g_var.add_system_var_int64_array("c.arr", ""), 0);
+    ASSERT_EQ(g_var.add_system_var_string("c.描述", "无效\xFF"), 0);  // a bad description is dropped
+    EXPECT_EQ(logged(), std::vector<std::string>{line("addSystemVarString", "description is not valid UTF-8")});
+    std::atomic<int> torn{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            s64 values[64];
+            for (int i = 0; i < 5000; ++i) {
+                if (t < 2) {
+                    for (s64& v : values) v = t * 100000 + i;
+                    if (g_var.set_system_var_int64_array("c.arr", 64, values) != 0) ++torn;
+                } else {
+                    s32 size = 64;
+                    if (g_var.get_system_var_int64_array("c.arr", &size, values) != 0 || size != 64) ++torn;
+                    for (const s64 v : values) {
+                        if (v != values[0]) ++torn;
+                    }
+                }
+            }
+        });
+    }
+    for (std::thread& th : threads) th.join();
+    EXPECT_EQ(torn.load(), 0);
 }
 
 }  // namespace
