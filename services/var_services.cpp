@@ -343,8 +343,10 @@ s32 getSystemVarString(const char* VarName, char* string) {
         fail(function, "string pointer is null");
         return kGetFailed;
     }
-    std::strncpy(string, def.value.str, kTextMax);
-    string[kTextMax] = '\0';
+    // 255 bytes at most, the rest of the 256 zeroed: the terminator at 255 is always written.
+    const size_t n = strnlen(def.value.str, kTextMax);
+    std::memcpy(string, def.value.str, n);
+    std::memset(string + n, 0, kTextMax + 1 - n);
     return 0;
 }
 
