@@ -3,10 +3,12 @@
 
 #include <string>
 
+#include "platform/export.h"
+
 namespace ruvo {
 
 // Reads the whole file in binary mode; false if it does not open.
-bool readWholeFile(const std::string& path, std::string& out);
+RUVO_API bool readWholeFile(const std::string& path, std::string& out);
 
 // OpenFailed: the directory of the file is not there, nothing was written. WriteFailed: any
 // other fault (full disk, no permission, read-only file system, a directory in the way).
@@ -17,7 +19,7 @@ enum class WriteResult { Written, OpenFailed, WriteFailed };
 // file, whole. A regular file at `path` keeps its permission bits; a link at `path` is replaced
 // itself and its target is never touched. On failure the old file is intact, no temporary file
 // is left, and `error` names the path and the system's reason.
-WriteResult writeFileAtomically(const std::string& path, const std::string& text,
+RUVO_API WriteResult writeFileAtomically(const std::string& path, const std::string& text,
                                 std::string& error);
 
 // A write prepared by `stageFile`: the text is flushed to the disk under the name `temp`.

@@ -18,6 +18,7 @@
 #include "apps/ruvo/bus_peers.h"
 #include "host/workstation.h"
 #include "apps/ruvo/run_support.h"
+#include "apps/ruvo/vars_file.h"
 
 namespace cli {
 namespace {
@@ -84,7 +85,7 @@ private:
 
 int cmdRun(const Args& args) {
     std::vector<std::string> applets, ecuFiles;
-    std::string replayFile, outFile, replayShown;
+    std::string replayFile, outFile, replayShown, varsFile, varsShown, varsOut;
     double seconds = -1;
     BusPeers peers;
     for (size_t i = 1; i < args.size(); ++i) {
@@ -96,6 +97,15 @@ int cmdRun(const Args& args) {
         } else if (args[i] == "--for") {
             if (i + 1 >= args.size()) throw UsageError("--for needs a number of seconds");
             seconds = parseSeconds(args[++i]);
+        } else if (args[i] == "--vars" || args[i] == "--vars-out") {
+            if (i + 1 >= args.size()) throw UsageError(args[i] + " needs a file");
+            if (args[i] == "--vars") {
+                varsShown = args[i + 1];
+                varsFile = userPath(args[i + 1]);
+            } else {
+                varsOut = userPath(args[i + 1]);
+            }
+            ++i;
         } else if (args[i] == "--ecu") {
             if (i + 1 >= args.size()) throw UsageError("--ecu needs an ECU file");
             ecuFiles.push_back(args[++i]);
@@ -110,7 +120,7 @@ int cmdRun(const Args& args) {
     }
     if (args.empty() || applets.empty()) {
         throw UsageError("expected PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... "
-                         "[--listen [HOST:]PORT] [--for SECONDS]");
+                         "[--listen [HOST:]PORT] [--vars FILE.json] [--vars-out FILE.json] [--for SECONDS]");
     }
     if (!replayFile.empty() && seconds >= 0) throw UsageError("--for is for a live measurement, not with --replay");
     const StopSignals signals;
@@ -127,6 +137,16 @@ int cmdRun(const Args& args) {
             // The whole log is checked before anything reaches the bus.
             input = canlog::read(replayFile, replayShown);
         } catch (const canlog::LogError& e) {
+            std::fprintf(stderr, "%s\n", e.what());
+            return 1;
+        }
+    }
+    if (!varsFile.empty()) {
+        // Checked whole before anything starts; the variables are there for the start handlers.
+        try {
+            const size_t n = loadVariables(varsFile, varsShown);
+            std::fprintf(stderr, "%zu variables loaded from %s\n", n, varsShown.c_str());
+        } catch (const VarsFileError& e) {
             std::fprintf(stderr, "%s\n", e.what());
             return 1;
         }
@@ -148,6 +168,7 @@ int cmdRun(const Args& args) {
                      seconds < 0 ? "until SIGINT or SIGTERM" : ("for " + std::to_string(seconds) + " s").c_str());
         const ReplayResult result = runLive(seconds, write, stopRequested);
         ruvo_sdk::interruptRuvoFuture();  // the applets' cyclic sends end with the run
+        if (!varsOut.empty()) saveVariables(varsOut);
         output.finish();
         const std::string summary = "the applets sent " + std::to_string(result.sent) + (outFile.empty() ? "" : " to " + outFile);
         const int signal = signals.received();
@@ -161,6 +182,7 @@ int cmdRun(const Args& args) {
     const size_t total = input.frames.size();
     const ReplayResult result = replay(std::move(input.frames), write, stopRequested);
     ruvo_sdk::interruptRuvoFuture();
+    if (!varsOut.empty()) saveVariables(varsOut);
     output.finish();
 
     std::string summary = "replayed " + std::to_string(result.replayed) + " frames (" +
@@ -324,7 +346,7 @@ int cmdDemo(const Args& args) {
     return 0;
 }
 
-Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... [--listen [HOST:]PORT] [--for SECONDS]",
+Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... [--listen [HOST:]PORT] [--vars FILE.json] [--vars-out FILE.json] [--for SECONDS]",
                 "run compiled applets on the bus: replay a candump log, or a live measurement", cmdRun,
                 "Loads the compiled modules of the applets and starts the measurement. With --replay\n"
                 "it feeds the frames of a candump log ((time) channel id#data, CAN FD ##) as\n"
@@ -333,7 +355,9 @@ Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [
                 "as it goes out, in the same format (to stdout without --out). A signal stops the\n"
                 "measurement cleanly (the stop handlers run) and exits with 130/143. --ecu puts a\n"
                 "simulated ECU on the bus (repeatable); --listen serves the bus over the socketcand\n"
-                "protocol, so outside tools see the applets' frames and can send to them."});
+                "protocol, so outside tools see the applets' frames and can send to them. --vars\n"
+                "creates system variables from a JSON file before the start; --vars-out writes every\n"
+                "variable at the stop."});
 Registrar rDemo({"demo", "", "the whole road on a temporary project: create, compile, replay, show", cmdDemo,
                  "Creates an applet in a temporary project that answers diagnostic requests on\n"
                  "0x7E0 with replies on 0x7E8, compiles it, replays a small log through it, prints\n"
