@@ -224,11 +224,16 @@ const char* const kDemoEcu = R"({
 // Part two of the demo: an applet diagnoses a simulated ECU over ISO-TP on the bus.
 void diagnoseDemoEcu(const std::string& project) {
     const char* t = "tester";
-    std::printf("5. applet \"%s\" reads the VIN of a simulated ECU (UDS over ISO-TP) at measurement start\n", t);
+    std::printf("5. applet \"%s\" reads the responder's system variable, then the VIN of a simulated ECU\n"
+                "   (UDS over ISO-TP) at measurement start\n", t);
     ruvo_sdk::createRuvo(t, AT_TOOL);
     ruvo_sdk::genDefaultMainFunction(t);
     ruvo_sdk::createRuvoFunc(t, "on_start_diagnose", RFT_PROGRAM_START, nullptr, 0);
     body(t, "on_start_diagnose",
+         "s32 replies = 0;\n"
+         "if (var.get_system_var_int32(\"demo.replies\", &replies) == 0) {\n"
+         "    clog.info(\"tester: the responder's system variable demo.replies holds %d\", replies);\n"
+         "}\n"
          "KelnEcuInfo ecu;\n"
          "ecu.appconfig.channel = 0;\n"
          "ecu.uds.ptype = PROTOCOL_DoCAN;\n"
@@ -306,7 +311,9 @@ int cmdDemo(const Args& args) {
     ruvo_sdk::createRuvoFunc(a, "global_define", RFT_GLOBAL_DEFINE, nullptr, 0);
     body(a, "global_define", "static int g_replies = 0;");
     ruvo_sdk::createRuvoFunc(a, "on_start_demo", RFT_PROGRAM_START, nullptr, 0);
-    body(a, "on_start_demo", "clog.info(\"responder: measurement started\");");
+    body(a, "on_start_demo",
+         "clog.info(\"responder: measurement started\");\n"
+         "var.add_system_var_int32(\"demo.replies\", \"replies the responder sent\");");
     ruvo_sdk::createRuvoFunc(a, "on_stop_demo", RFT_PROGRAM_STOP, nullptr, 0);
     body(a, "on_stop_demo", "clog.info(\"responder: %d replies sent\", g_replies);");
     ruvo_sdk::insertRecvCANId(a, "request", 0x7E0);
@@ -321,7 +328,7 @@ int cmdDemo(const Args& args) {
     ruvo_sdk::insertPreSendCANId(a, "stamp", 0x7E8);
     body(a, "on_can_pretx_stamp", "ACAN->FData[7] = 0xAA;  // rewritten on its way out");
     ruvo_sdk::insertSendCANId(a, "sent", 0x7E8);
-    body(a, "on_can_tx_sent", "++g_replies;");
+    body(a, "on_can_tx_sent", "var.set_system_var_int32(\"demo.replies\", ++g_replies);  // shared with other applets");
 
     std::printf("2. compiling ...\n");
     std::fflush(stdout);

@@ -10,6 +10,7 @@ cd "$work" || exit 1
 TMPDIR="$work" "$ruvo" demo > "$work/out.txt" 2>&1 || fail "exit $?"
 grep -q "^4. the applet sent 3 frames:" "$work/out.txt" || fail "replay part"
 grep -q "tester: VIN WRUVO0SIMULATED01" "$work/out.txt" || fail "VIN"
+grep -q "tester: the responder's system variable demo.replies holds 3" "$work/out.txt" || fail "shared variable"
 grep -q "can0 7E8#037F1012CCCCCCCC" "$work/out.txt" || fail "the ECU's refusal on the bus"
 [ -z "$(ls -d "$work"/ruvo_demo_* 2>/dev/null)" ] || fail "the demo project was left behind"
 echo "demo: all checks passed"
