@@ -33,10 +33,6 @@ s32 info_ex(const char* applet, const char* format, ...);
 s32 success_ex(const char* applet, const char* format, ...);
 s32 warn_ex(const char* applet, const char* format, ...);
 s32 error_ex(const char* applet, const char* format, ...);
-// Logs at the host (success as info; an unknown level logs nothing and gives -1), then hands
-// the text to the applet's own log callback, if it has one, whatever the level.
-s32 log_ex(const char* applet, KelnLogLevel level, const char* format, ...)
-    __attribute__((format(printf, 3, 4)));
 
 // diagnosis (ISO 15765)
 s32 send_uds_async(PKelnEcuInfo pSendEcu, PKelnBigMsg pSendMsg, s32 cyclems, s32 count);

@@ -65,29 +65,6 @@ s32 logAt(KelnLogLevel level, const char* text) {
 
 }  // namespace
 
-s32 log_ex(const char* applet, KelnLogLevel level, const char* format, ...) {
-    if (format == nullptr) return -1;
-    char text[kLogBound];
-    va_list args;
-    va_start(args, format);
-    std::vsnprintf(text, sizeof(text), format, args);
-    va_end(args);
-    s32 r = -1;
-    switch (level) {
-        case KLL_INFO:
-        case KLL_SUCCESS: r = log_interface::log_info("%s", text); break;  // success logs as info
-        case KLL_WARNING: r = log_interface::log_warn("%s", text); break;
-        case KLL_ERROR: r = log_interface::log_error("%s", text); break;
-        default: break;  // an unknown level still reaches the applet's log callback
-    }
-    if (applet != nullptr) {
-        if (MpRuvo* a = ruvo::findApplet(applet)) {
-            if (RuvoLogCallBack cb = a->getLogCallBack()) cb(applet, level, text);
-        }
-    }
-    return r;
-}
-
 #define RUVO_LOG_SERVICE(fn, level)                      \
     s32 fn(const char* format, ...) {                    \
         if (format == nullptr) return -1;                \
@@ -105,7 +82,7 @@ s32 log_ex(const char* applet, KelnLogLevel level, const char* format, ...) {
         va_start(args, format);                          \
         std::vsnprintf(buffer, sizeof(buffer), format, args); \
         va_end(args);                                    \
-        return log_ex(applet, level, "%s", buffer);      \
+        return LogFunsImp::log_ex(applet, level, "%s", buffer); \
     }
 
 RUVO_LOG_SERVICE(info, KLL_INFO)
@@ -179,6 +156,31 @@ void notAvailable(const char* service) {
 }
 
 }  // namespace services
+
+// ---- clog ----
+
+s32 LogFunsImp::log_ex(const char* applet, KelnLogLevel level, const char* format, ...) {
+    if (format == nullptr) return -1;
+    char text[services::kLogBound];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof(text), format, args);
+    va_end(args);
+    s32 r = -1;
+    switch (level) {
+        case KLL_INFO:
+        case KLL_SUCCESS: r = log_interface::log_info("%s", text); break;  // success logs as info
+        case KLL_WARNING: r = log_interface::log_warn("%s", text); break;
+        case KLL_ERROR: r = log_interface::log_error("%s", text); break;
+        default: break;  // an unknown level still reaches the applet's log callback
+    }
+    if (applet != nullptr) {
+        if (MpRuvo* a = ruvo::findApplet(applet)) {
+            if (RuvoLogCallBack cb = a->getLogCallBack()) cb(applet, level, text);
+        }
+    }
+    return r;
+}
 
 // ---- cb ----
 
