@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <iterator>
+#include <list>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -348,4 +351,67 @@ TEST(FlowNotifications, ReachTheRegisteredListenersOnlyAndAlwaysGiveZero) {
     CallbackFuncsImp::setNotifyCallback(nullptr);
     CallbackFuncsImp::setSequenceNotifyCallback(nullptr);
     CallbackFuncsImp::setTemplateSequenceNotifyCallback(nullptr);
+}
+
+namespace {
+const RuvoFunction* findIn(const std::list<RuvoFunction>& list, const std::string& name) {
+    for (const RuvoFunction& f : list) {
+        if (f.getName() == name) return &f;
+    }
+    return nullptr;
+}
+std::string paramDescs(const RuvoFunction& f) {
+    std::string out;
+    for (const Parameter& p : f.getParamList()) out += p.getName() + "=" + p.getDesc() + ";";
+    return out;
+}
+}  // namespace
+
+TEST(GeneralMetadata, DescriptionsAndParametersAsTheEditorShowsThem) {
+    const std::list<RuvoFunction> all = combinedInnerFuncs();
+    const std::map<std::string, std::string> descs = {
+        {"connect", "启动测量"},        {"disconnect", "停止测量"},
+        {"is_connected", "测量是否启动"}, {"get_date_time", "获取当前时间"},
+        {"get_date_time_ms", "获取当前时间(毫秒)"}, {"info", "日志"}, {"success", "日志"},
+        {"warn", "日志"},               {"error", "日志"},
+        {"run_so_library", "运行so库"}, {"set_dev_buzz", "设置蜂鸣"},
+        {"show_procedure_box", "弹窗通知"}, {"show_ruvo_box", "弹窗通知"}};
+    for (const auto& d : descs) {
+        const RuvoFunction* f = findIn(all, d.first);
+        ASSERT_NE(f, nullptr) << d.first;
+        EXPECT_EQ(f->getDesc(), d.second) << d.first;
+    }
+    for (const char* name : {"info_ex", "success_ex", "warn_ex", "error_ex", "goto_sequence_notify"}) {
+        EXPECT_EQ(findIn(all, name), nullptr) << name << " is not listed";
+    }
+    EXPECT_EQ(paramDescs(*findIn(all, "info")), "info=日志信息;");
+    EXPECT_EQ(findIn(all, "info")->getReturnType().getName(), "returnValue");
+    EXPECT_EQ(findIn(all, "info")->getDemo(), "clog.info(\"clog:%s\",\"ll\");");
+    EXPECT_EQ(paramDescs(*findIn(all, "set_dev_buzz")),
+              "channel=通道号;firstHz=第一段声音频率;firstTimeMs=第一段声音时长;secondHz=第二段声音频率;"
+              "secondTimeMs=第二段声音时长;reptCount=重复次数;");
+    const std::string box =
+        "type=变量类型(0到10,0:No_TYPE,1:int32,2:uint32,3:int64,4:uint64,5:double,6:string,7:uint8[],"
+        "8:int32[],9:int64[],10:double[]);value=变量值;value_count=变量值个数;buttons=创建按钮类型;"
+        "button_count=按钮个数;value_result=变量结果;value_size=变量结果长度;title=标题;info=信息;";
+    EXPECT_EQ(paramDescs(*findIn(all, "show_procedure_box")), box);
+    EXPECT_EQ(paramDescs(*findIn(all, "show_ruvo_box")), box);
+    EXPECT_NE(findIn(all, "show_procedure_box")->getDemo().find("ButtonType btns[] = { BT_OK };"), std::string::npos);
+
+    const VciFunsImp vciController;
+    EXPECT_EQ(paramDescs(vciController.getFuncs()[0]).substr(0, 23), "dev_index=设备索引;");
+
+    const std::list<RuvoFunction>& cb = callbackController.getFuncs();
+    ASSERT_EQ(cb.size(), 3u);
+    EXPECT_EQ(paramDescs(*findIn(cb, "notify_process")),
+              "ruvoname=通知的小程序名称;seqname=通知的序列名称;blockuuid=通知的流程步骤id;"
+              "iProgress=通知的运行进度值;result=通知的运行结果;");
+    EXPECT_EQ(paramDescs(*findIn(cb, "goto_sequence_notify")),
+              "ruvoname=通知的小程序名称;gotoSequenceid=跳转到的序列id;isEnd=序列是否运行结束;");
+    EXPECT_EQ(paramDescs(*findIn(cb, "goto_template_sequence_notify")),
+              "ruvoname=通知的小程序名称;templateid=跳转到的模板id;gotoSequenceid=跳转到的模板中序列id;"
+              "isEnd=序列是否运行结束;");
+    // Told as u32, though the function takes a string: kept as the editor has always shown it.
+    EXPECT_EQ(std::next(findIn(cb, "goto_sequence_notify")->getParamList().begin())->getType(), KVT_U32);
+    for (const RuvoFunction& f : cb) EXPECT_EQ(f.getDesc(), "通知流程编辑小程序执行进度");
 }
