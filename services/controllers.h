@@ -58,8 +58,7 @@ public:
     // The common routine of the *_ex services: logs at the host (success as info; an unknown
     // level logs nothing and gives -1), then hands the text to the applet's own log callback,
     // if it has one, whatever the level.
-    static s32 log_ex(const char* appletName, KelnLogLevel level, const char* format, ...)
-        __attribute__((format(printf, 3, 4)));
+    static s32 log_ex(const char* appletName, KelnLogLevel level, const char* format, ...);
 
 private:
     _KelnLog table{};
