@@ -39,9 +39,6 @@ std::array<RuvoSlot, sizeof...(I)> xcpSlots(std::index_sequence<I...>) {
 
 }  // namespace
 
-// Slots of services that are not built yet log "not available"; reserved slots stay null.
-#define RUVO_NOT_AVAILABLE(table, member) table.member = [] { services::notAvailable(#member); }
-
 // ---- com ----
 
 ComFunsImp::ComFunsImp() { registerFunctions(); }
@@ -213,8 +210,6 @@ void VciFunsImp::registerFunctions() {
     c.add(list, vci("run_so_library"), address(table.run_so_library));
     funcs.assign(list.begin(), list.end());
 }
-
-#undef RUVO_NOT_AVAILABLE
 
 // Construction order is the contract: controllers first, then the copies modules see.
 ComFunsImp comController;
