@@ -33,6 +33,11 @@ const bool g_portInstalled = [] {
         RuvoManager::getInstance().createRuvoFuture(service, message, cycleMs, count, key);
     };
     ruvo::setManagerPort(port);
+    services::UiPort ui;
+    ui.showBox = [] { return RuvoManager::getInstance().getKelnShowBox(); };
+    ui.showRuvoBox = [] { return RuvoManager::getInstance().getKelnShowRuvoBox(); };
+    ui.runSoLibrary = ruvo_sdk::runVciSoLibrary;
+    services::setUiPort(ui);
     return true;
 }();
 

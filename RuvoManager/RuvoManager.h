@@ -12,6 +12,12 @@
 
 #include "host/sdk_receiver.h"
 #include "model/MpRuvo.h"
+#include "services/services.h"
+
+// The host's user interface: message boxes, applet boxes and closing an applet's box.
+using KelnShowBoxCallback = services::ShowBoxCallback;
+using KelnShowRuvoBoxCallback = services::ShowRuvoBoxCallback;
+using KelnCloseRuvoBoxCallback = services::CloseRuvoBoxCallback;
 
 namespace ruvo {
 class HandlerCache;
@@ -59,6 +65,14 @@ public:
     void clearRuvoFuture();
     size_t ruvoFutureCount() const;
 
+    // The host's UI callbacks, held once for all applets; null until registered.
+    void setKelnShowBox(const KelnShowBoxCallback& cb) { showBox.store(cb); }
+    KelnShowBoxCallback getKelnShowBox() const { return showBox.load(); }
+    void setKelnShowRuvoBox(const KelnShowRuvoBoxCallback& cb) { showRuvoBox.store(cb); }
+    KelnShowRuvoBoxCallback getKelnShowRuvoBox() const { return showRuvoBox.load(); }
+    void setKelnCloseRuvoBox(const KelnCloseRuvoBoxCallback& cb) { closeRuvoBox.store(cb); }
+    KelnCloseRuvoBoxCallback getKelnCloseRuvoBox() const { return closeRuvoBox.load(); }
+
     // ISDKReceiver
     void beforeStartup() override;
     void onStartup(std::list<int> channels, std::list<int> devices) override;
@@ -85,4 +99,8 @@ private:
     std::mutex recvMutex;
     std::unique_ptr<ruvo::HandlerCache> handlerCache;
     std::unique_ptr<ruvo::FutureList> futures;
+    // Atomic only so that a late registration is not a data race with an applet's thread.
+    std::atomic<KelnShowBoxCallback> showBox{nullptr};
+    std::atomic<KelnShowRuvoBoxCallback> showRuvoBox{nullptr};
+    std::atomic<KelnCloseRuvoBoxCallback> closeRuvoBox{nullptr};
 };

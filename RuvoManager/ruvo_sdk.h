@@ -181,10 +181,21 @@ RUVO_API int runRuvoFunc(const char* applet, const char* func);
 // A tool hands in one function's code and has it built into a tool applet.
 RUVO_API int loadToolRuvoCode(const char* applet, const char* func, const char* code, unsigned size,
                               RuvoCompileCallback callback);
+// Loads a seed-to-key library of the project and calls its function; 0 when the function's
+// result has a non-zero low byte, 1 otherwise. A file outside the project path is refused (1).
 RUVO_API int runVciSoLibrary(const char* file, const char* function, const unsigned char* seed,
                              unsigned short seedLength, unsigned char* key,
                              unsigned short* keyLength, void* extra);
 RUVO_API int runVCIScriptDir(unsigned long device, unsigned char mode, char* directory,
                              unsigned size, void* extra);
+
+// ---- UI and log callbacks ----
+// The host's boxes; the type argument is not looked at. Null clears. Always 0.
+RUVO_API int registerUICallback(UICallbackType type, KelnShowBoxCallback callback);
+RUVO_API int registerUIShowCallback(UICallbackType type, KelnShowRuvoBoxCallback callback);
+RUVO_API int registerUICloseCallback(KelnCloseRuvoBoxCallback callback);
+// The applet's own log window: every clog *_ex line of that applet, with its level. -1 for an
+// unknown applet (nothing changes).
+RUVO_API int registerLogCallBack(const char* applet, RuvoLogCallBack callback);
 
 }  // namespace ruvo_sdk

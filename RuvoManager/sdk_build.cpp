@@ -2,6 +2,9 @@
 
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
+#include <string>
+#include <system_error>
 
 #include "RuvoManager/ruvo_sdk.h"
 #include "RuvoManager/sdk_call.h"
@@ -120,10 +123,40 @@ int loadToolRuvoCode(const char* name, const char* func, const char* code, unsig
     return compileRuvo(name, callback);
 }
 
+namespace {
+
+// The library a project's applet may load: inside the project, symbolic links resolved, so a
+// name can neither climb out nor make the loader search its own paths. Empty when refused.
+std::string projectLibrary(const std::string& file) {
+    namespace fs = std::filesystem;
+    const std::string project = RuvoManager::getInstance().getProjectPath();
+    if (project.empty() || file.empty()) return {};
+    std::error_code ec;
+    const fs::path root = fs::weakly_canonical(fs::absolute(project, ec), ec);
+    if (ec) return {};
+    fs::path path(file);
+    if (path.is_relative()) path = root / path;
+    const fs::path resolved = fs::weakly_canonical(path, ec);
+    if (ec) return {};
+    const auto rel = resolved.lexically_relative(root);
+    if (rel.empty() || rel == "." || *rel.begin() == "..") return {};
+    return resolved.string();
+}
+
+}  // namespace
+
 int runVciSoLibrary(const char* file, const char* function, const unsigned char* seed,
                     unsigned short seedLength, unsigned char* key, unsigned short* keyLength,
                     void* extra) {
-    return services::run_so_library(file, function, seed, seedLength, key, keyLength, extra);
+    if (file == nullptr || function == nullptr) return 1;
+    const std::string path = projectLibrary(file);
+    if (path.empty()) {
+        log_interface::log_error("runVciSoLibrary: refused %s: not a file of the project %s", file,
+                                 RuvoManager::getInstance().getProjectPath().c_str());
+        return 1;
+    }
+    const int r = soRun1(path.c_str(), function, seed, seedLength, key, keyLength, extra);
+    return (r & 0xFF) != 0 ? 0 : 1;
 }
 
 int runVCIScriptDir(unsigned long device, unsigned char mode, char* directory, unsigned size,

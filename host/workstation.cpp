@@ -30,6 +30,13 @@ std::map<int, std::shared_ptr<Node>> g_nodes;
 int g_nextNode = 1;
 std::map<int, hostbridge::ReceiveListener> g_receiveListeners;
 
+// Buzzer requests: their own mutex, held through the listeners so removal waits for a call.
+std::mutex g_buzzMutex;
+std::map<int, hostbridge::BuzzListener> g_buzzListeners;
+int g_nextBuzzListener = 1;
+std::deque<hostbridge::BuzzCall> g_buzzCalls;
+constexpr size_t kBuzzKept = 256;
+
 std::vector<CanPackage> asReceived(const std::vector<std::shared_ptr<MsgHeaderBase>>& frames);
 void deliverToReceivers(const std::vector<std::shared_ptr<MsgHeaderBase>>& frames);
 
@@ -217,6 +224,21 @@ std::vector<ChannelMapping> getDeviceMapping(NetWorkType network) {
     for (int c = 0; c < g_channelCount; ++c) mapping.push_back(ChannelMapping{c, c, true});
     return mapping;
 }
+
+namespace vci_device {
+int setDevBuzz(int device, unsigned short firstHz, unsigned short firstTimeMs, unsigned short secondHz,
+               unsigned short secondTimeMs, unsigned short reptCount) {
+    bool known = false;
+    for (const ChannelMapping& m : getDeviceMapping(NETWORK_CAN)) known = known || m.deviceId == device;
+    if (!known) return -1;
+    const hostbridge::BuzzCall call{device, firstHz, firstTimeMs, secondHz, secondTimeMs, reptCount};
+    std::lock_guard<std::mutex> lock(g_buzzMutex);
+    g_buzzCalls.push_back(call);
+    if (g_buzzCalls.size() > kBuzzKept) g_buzzCalls.pop_front();
+    for (auto& entry : g_buzzListeners) entry.second(call);
+    return 0;
+}
+}  // namespace vci_device
 }  // namespace device_info_interface
 
 namespace device_control_interface {
@@ -377,5 +399,27 @@ int setDeviceMapping(NetWorkType network, const std::vector<ChannelMapping>& map
 }
 
 void setDevicesPresent(bool present) { g_devicesPresent.store(present); }
+
+int addBuzzListener(BuzzListener listener) {
+    std::lock_guard<std::mutex> lock(g_buzzMutex);
+    const int id = g_nextBuzzListener++;
+    g_buzzListeners[id] = std::move(listener);
+    return id;
+}
+
+void removeBuzzListener(int id) {
+    std::lock_guard<std::mutex> lock(g_buzzMutex);
+    g_buzzListeners.erase(id);
+}
+
+std::vector<BuzzCall> buzzCalls() {
+    std::lock_guard<std::mutex> lock(g_buzzMutex);
+    return std::vector<BuzzCall>(g_buzzCalls.begin(), g_buzzCalls.end());
+}
+
+void clearBuzzCalls() {
+    std::lock_guard<std::mutex> lock(g_buzzMutex);
+    g_buzzCalls.clear();
+}
 
 }  // namespace hostbridge

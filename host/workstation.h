@@ -27,6 +27,13 @@ HOSTBRIDGE_API int sendCan(NetWorkType network, int channel, std::shared_ptr<Msg
 
 namespace device_info_interface {
 HOSTBRIDGE_API std::vector<ChannelMapping> getDeviceMapping(NetWorkType network);
+namespace vci_device {
+// Rings the buzzer of one device: two tones, repeated. 0 when the device is in the CAN
+// mapping, -1 (nothing rung) when it is not.
+HOSTBRIDGE_API int setDevBuzz(int device, unsigned short firstHz, unsigned short firstTimeMs,
+                              unsigned short secondHz, unsigned short secondTimeMs,
+                              unsigned short reptCount);
+}  // namespace vci_device
 }  // namespace device_info_interface
 
 namespace device_control_interface {
@@ -93,5 +100,19 @@ HOSTBRIDGE_API int setChannelCount(int count);
 HOSTBRIDGE_API int setDeviceMapping(NetWorkType network, const std::vector<ChannelMapping>& mapping);
 // Whether startup_sync brings the devices up (a missing box does not).
 HOSTBRIDGE_API void setDevicesPresent(bool present);
+
+// The buzzer requests the devices accepted, so a front end can ring a bell.
+struct BuzzCall {
+    int device;
+    unsigned short firstHz, firstTimeMs, secondHz, secondTimeMs, reptCount;
+};
+// Called on the applet's thread for every accepted request; must not block.
+using BuzzListener = std::function<void(const BuzzCall&)>;
+HOSTBRIDGE_API int addBuzzListener(BuzzListener listener);
+// After it returns the listener is not running and will not run again.
+HOSTBRIDGE_API void removeBuzzListener(int id);
+// The accepted requests so far, oldest first (the latest 256 are kept).
+HOSTBRIDGE_API std::vector<BuzzCall> buzzCalls();
+HOSTBRIDGE_API void clearBuzzCalls();
 
 }  // namespace hostbridge

@@ -31,9 +31,6 @@ std::array<RuvoSlot, sizeof...(I)> xcpSlots(std::index_sequence<I...>) {
 
 }  // namespace
 
-// Slots of services that are not built yet log "not available"; reserved slots stay null.
-#define RUVO_NOT_AVAILABLE(table, member) table.member = [] { services::notAvailable(#member); }
-
 // ---- com ----
 
 ComFunsImp::ComFunsImp() { registerFunctions(); }
@@ -70,11 +67,11 @@ void ComFunsImp::registerFunctions() {
     c.add(funcs, com("send_and_recv_uds_msg"), address(table.send_and_recv_uds_msg));
     table.run_so_library = services::run_so_library;
     c.add(funcs, com("run_so_library"), address(table.run_so_library));
-    RUVO_NOT_AVAILABLE(table, set_dev_buzz);
+    table.set_dev_buzz = services::set_dev_buzz;
     c.add(funcs, com("set_dev_buzz"), address(table.set_dev_buzz));
-    RUVO_NOT_AVAILABLE(table, show_procedure_box);
+    table.show_procedure_box = services::show_procedure_box;
     c.add(funcs, com("show_procedure_box"), address(table.show_procedure_box));
-    RUVO_NOT_AVAILABLE(table, show_ruvo_box);
+    table.show_ruvo_box = services::show_ruvo_box;
     c.add(funcs, com("show_ruvo_box"), address(table.show_ruvo_box));
     // No metadata: the editor does not list these, modules call them all the same.
     table.uds_change_parameter = services::uds_change_parameter;
@@ -91,11 +88,11 @@ void GenFunsImp::registerFunctions() {
     table.owner = this;
     ServiceCatalogue c("gen", TFT_GEN, "", KVT_S32);
     const auto gen = [](const char* name) -> const ServiceMeta& { return meta::find({&meta::gen()}, name); };
-    table.connect = reinterpret_cast<RuvoSlot>(services::connect);
+    table.connect = services::connect;
     c.add(funcs, gen("connect"), address(table.connect));
-    table.disconnect = reinterpret_cast<RuvoSlot>(services::disconnect);
+    table.disconnect = services::disconnect;
     c.add(funcs, gen("disconnect"), address(table.disconnect));
-    table.is_connected = reinterpret_cast<RuvoSlot>(services::is_connected);
+    table.is_connected = services::is_connected;
     c.add(funcs, gen("is_connected"), address(table.is_connected));
     table.set_cycle_task_enable = services::setKELNrcycleTaskEnable;  // no metadata
     table.get_date_time = services::get_date_time;
@@ -202,11 +199,11 @@ void CallbackFuncsImp::registerFunctions() {
     table.owner = this;
     ServiceCatalogue c("cb", TFT_CB, "resultValue", KVT_S32);
     const auto cb = [](const char* name) -> const ServiceMeta& { return meta::find({&meta::cb()}, name); };
-    table.notify_process = services::notify_process;
+    table.notify_process = &CallbackFuncsImp::notifyProcess;
     c.add(funcs, cb("notify_process"), address(table.notify_process));
-    RUVO_NOT_AVAILABLE(table, goto_sequence_notify);
+    table.goto_sequence_notify = &CallbackFuncsImp::goto_sequence_process;
     c.add(funcs, cb("goto_sequence_notify"), address(table.goto_sequence_notify));
-    RUVO_NOT_AVAILABLE(table, goto_template_sequence_notify);
+    table.goto_template_sequence_notify = &CallbackFuncsImp::goto_template_sequence_process;
     c.add(funcs, cb("goto_template_sequence_notify"), address(table.goto_template_sequence_notify));
 }
 
@@ -219,14 +216,12 @@ void VciFunsImp::registerFunctions() {
     std::list<RuvoFunction> list;
     ServiceCatalogue c("vci", TFT_VCI, "resultValue", KVT_S32);
     const auto vci = [](const char* name) -> const ServiceMeta& { return meta::find({&meta::vci()}, name); };
-    RUVO_NOT_AVAILABLE(table, set_dev_buzz);
+    table.set_dev_buzz = services::vci_set_dev_buzz;
     c.add(list, vci("set_dev_buzz"), address(table.set_dev_buzz));
     table.run_so_library = services::run_so_library;
     c.add(list, vci("run_so_library"), address(table.run_so_library));
     funcs.assign(list.begin(), list.end());
 }
-
-#undef RUVO_NOT_AVAILABLE
 
 // Construction order is the contract: controllers first, then the copies modules see.
 ComFunsImp comController;

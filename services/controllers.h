@@ -2,12 +2,14 @@
 // One controller per service family: it fills its table and describes each service to the
 // editor (name, parameters, return value, demo code) in one step.
 
+#include <atomic>
 #include <list>
 #include <string>
 #include <vector>
 
 #include "model/RuvoFunction.h"
 #include "services/service_tables.h"
+#include "services/services.h"
 
 class RUVO_API ComFunsImp {
 public:
@@ -53,6 +55,11 @@ public:
     const _KelnLog& getKelnLog() const { return table; }
     const std::list<RuvoFunction>& getFuncs() const { return funcs; }
 
+    // The common routine of the *_ex services: logs at the host (success as info; an unknown
+    // level logs nothing and gives -1), then hands the text to the applet's own log callback,
+    // if it has one, whatever the level.
+    static s32 log_ex(const char* appletName, KelnLogLevel level, const char* format, ...);
+
 private:
     _KelnLog table{};
     std::list<RuvoFunction> funcs;
@@ -78,7 +85,21 @@ public:
     const KelnCallback_s& getKelnCallback() const { return table; }
     const std::list<RuvoFunction>& getFuncs() const { return funcs; }
 
+    // The flow editor's listeners; null skips the call. Set by the host before applets run.
+    static void setNotifyCallback(services::NotifyCallback cb);
+    static void setSequenceNotifyCallback(services::SequenceNotifyCallback cb);
+    static void setTemplateSequenceNotifyCallback(services::TemplateSequenceNotifyCallback cb);
+    // The cb services; always 0.
+    static s32 notifyProcess(const char* appletName, const char* sequenceName, const char* blockUuid,
+                             double progress, int result);
+    static s32 goto_sequence_process(const char* appletName, const char* sequenceId, bool isEnd);
+    static s32 goto_template_sequence_process(const char* appletName, const char* templateId,
+                                              const char* sequenceId, bool isEnd);
+
 private:
+    static std::atomic<services::NotifyCallback> m_cb;
+    static std::atomic<services::SequenceNotifyCallback> m_seqCb;
+    static std::atomic<services::TemplateSequenceNotifyCallback> m_tempSeqCb;
     KelnCallback_s table{};
     std::list<RuvoFunction> funcs;
 };

@@ -45,14 +45,49 @@ s32 set_uds_mapping_info(KelnUDSMappingInfo type);
 s32 setKELNrcycleTaskEnable(PKelnEcuInfo service, s32 enable);
 
 // device
+// -1 for a null file or function; else the manager's runVciSoLibrary: 0 on success.
 s32 run_so_library(const char* sofile, const char* funname, const u8* seed, u16 sdlen, u8* key,
                    u16* kylen, void* pvoid);
+// Channel 1 is device 0, channels 0 and 2 both device 1 (|channel - 1|); a refusal is logged.
+s32 set_dev_buzz(s32 channel, u16 firstHz, u16 firstTimeMs, u16 secondHz, u16 secondTimeMs,
+                 u16 reptCount);
+// The vci form: the device index as given, nothing logged.
+s32 vci_set_dev_buzz(s32 dev_index, u16 firstHz, u16 firstTimeMs, u16 secondHz, u16 secondTimeMs,
+                     u16 reptCount);
+
+// message boxes, drawn by the host through the callbacks it registered with the manager
+using ShowBoxCallback = ButtonType (*)(DataCategoryType type, const char* value, int valueCount,
+                                       ButtonType* buttons, int buttonCount, char* valueResult,
+                                       int valueSize, const char* title, const char* info);
+using ShowRuvoBoxCallback = int (*)(const char* applet, DataCategoryType type, const char* value,
+                                    int valueCount, const char** buttons, int buttonCount,
+                                    char* valueResult, int valueSize, const char* title,
+                                    const char* info);
+using CloseRuvoBoxCallback = void (*)(const char* applet);
+// 3 when the host registered no message box callback; else what it answered.
+ButtonType show_procedure_box(s32 type, const char* value, s32 value_count, ButtonType* buttons,
+                              s32 button_count, char* value_result, s32 value_size, const char* title,
+                              const char* info);
+// -1 when the host registered no applet box callback; else what it answered.
+s32 show_ruvo_box(s32 type, const char* value, s32 value_count, const char** buttons, s32 button_count,
+                  char* value_result, s32 value_size, const char* title, const char* info);
+
+// What the services need of the manager above them; filled when the library loads.
+struct UiPort {
+    ShowBoxCallback (*showBox)() = nullptr;          // RuvoManager::getKelnShowBox
+    ShowRuvoBoxCallback (*showRuvoBox)() = nullptr;  // RuvoManager::getKelnShowRuvoBox
+    int (*runSoLibrary)(const char* file, const char* function, const unsigned char* seed,
+                        unsigned short seedLength, unsigned char* key, unsigned short* keyLength,
+                        void* extra) = nullptr;      // ruvo_sdk::runVciSoLibrary
+};
+void setUiPort(const UiPort& port);
 
 // flow notifications
-s32 notify_process(const char* applet, const char* sequence, const char* blockUuid, double progress,
-                   int result);
-using NotifyCallback = void (*)(const char*, const char*, const char*, double, int);
-void setNotifyCallback(NotifyCallback cb);
+using NotifyCallback = void (*)(const char* applet, const char* sequence, const char* blockUuid,
+                                double progress, int result);
+using SequenceNotifyCallback = void (*)(const char* applet, const char* sequenceId, bool isEnd);
+using TemplateSequenceNotifyCallback = void (*)(const char* applet, const char* templateId,
+                                                const char* sequenceId, bool isEnd);
 
 // system variables; names are UTF-8 and reach the host's store as GBK
 s32 addSystemVarDouble(const char* VarName, const char* varDescription);

@@ -2,6 +2,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <climits>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
@@ -11,6 +15,7 @@
 #include "host/box_runner.h"
 #include "host/log_interface.h"
 #include "host/workstation.h"
+#include "services/controllers.h"
 #include "services/services.h"
 
 namespace services {
@@ -58,23 +63,6 @@ s32 logAt(KelnLogLevel level, const char* text) {
     return -1;
 }
 
-s32 logEx(const char* applet, KelnLogLevel level, const char* text) {
-    s32 r = -1;
-    switch (level) {
-        case KLL_INFO:
-        case KLL_SUCCESS: r = log_interface::log_info("%s", text); break;
-        case KLL_WARNING: r = log_interface::log_warn("%s", text); break;
-        case KLL_ERROR: r = log_interface::log_error("%s", text); break;
-        default: break;  // an unknown level still reaches the applet's log callback
-    }
-    if (applet != nullptr) {
-        if (MpRuvo* a = ruvo::findApplet(applet)) {
-            if (RuvoLogCallBack cb = a->getLogCallBack()) cb(applet, level, text);
-        }
-    }
-    return r;
-}
-
 }  // namespace
 
 #define RUVO_LOG_SERVICE(fn, level)                      \
@@ -94,7 +82,7 @@ s32 logEx(const char* applet, KelnLogLevel level, const char* text) {
         va_start(args, format);                          \
         std::vsnprintf(buffer, sizeof(buffer), format, args); \
         va_end(args);                                    \
-        return logEx(applet, level, buffer);             \
+        return LogFunsImp::log_ex(applet, level, "%s", buffer); \
     }
 
 RUVO_LOG_SERVICE(info, KLL_INFO)
@@ -104,22 +92,63 @@ RUVO_LOG_SERVICE(error, KLL_ERROR)
 
 #undef RUVO_LOG_SERVICE
 
+namespace {
+std::atomic<decltype(UiPort::showBox)> g_showBox{nullptr};
+std::atomic<decltype(UiPort::showRuvoBox)> g_showRuvoBox{nullptr};
+std::atomic<decltype(UiPort::runSoLibrary)> g_runSoLibrary{nullptr};
+}  // namespace
+
+void setUiPort(const UiPort& port) {
+    g_showBox.store(port.showBox);
+    g_showRuvoBox.store(port.showRuvoBox);
+    g_runSoLibrary.store(port.runSoLibrary);
+}
+
 s32 run_so_library(const char* sofile, const char* funname, const u8* seed, u16 sdlen, u8* key,
                    u16* kylen, void* pvoid) {
-    const int r = soRun1(sofile, funname, seed, sdlen, key, kylen, pvoid);
-    return (r & 0xFF) != 0 ? 0 : 1;
+    if (sofile == nullptr || funname == nullptr) return -1;
+    auto run = g_runSoLibrary.load();
+    return run != nullptr ? run(sofile, funname, seed, sdlen, key, kylen, pvoid) : 1;
 }
 
-namespace {
-std::atomic<NotifyCallback> g_notify{nullptr};
+s32 set_dev_buzz(s32 channel, u16 firstHz, u16 firstTimeMs, u16 secondHz, u16 secondTimeMs,
+                 u16 reptCount) {
+    // Kept as the host has always mapped it: channel 1 is device 0, 0 and 2 are device 1.
+    const long long mapped = std::llabs(static_cast<long long>(channel) - 1);
+    const int device = mapped > INT32_MAX ? -1 : static_cast<int>(mapped);
+    const int r = device_info_interface::vci_device::setDevBuzz(device, firstHz, firstTimeMs, secondHz,
+                                                                secondTimeMs, reptCount);
+    if (r != 0) {
+        const std::string why = "The channel:" + std::to_string(channel) + " number is not mapped";
+        log_interface::log_error_s("[小程序]函数:%s,错误:%s", "setDevBuzz", why.c_str());
+    }
+    return r;
 }
 
-void setNotifyCallback(NotifyCallback cb) { g_notify.store(cb); }
+s32 vci_set_dev_buzz(s32 dev_index, u16 firstHz, u16 firstTimeMs, u16 secondHz, u16 secondTimeMs,
+                     u16 reptCount) {
+    return device_info_interface::vci_device::setDevBuzz(dev_index, firstHz, firstTimeMs, secondHz,
+                                                         secondTimeMs, reptCount);
+}
 
-s32 notify_process(const char* applet, const char* sequence, const char* blockUuid, double progress,
-                   int result) {
-    if (NotifyCallback cb = g_notify.load()) cb(applet, sequence, blockUuid, progress, result);
-    return 0;
+ButtonType show_procedure_box(s32 type, const char* value, s32 value_count, ButtonType* buttons,
+                              s32 button_count, char* value_result, s32 value_size, const char* title,
+                              const char* info) {
+    auto get = g_showBox.load();
+    ShowBoxCallback box = get != nullptr ? get() : nullptr;
+    if (box == nullptr) return static_cast<ButtonType>(3);
+    return box(static_cast<DataCategoryType>(type), value, value_count, buttons, button_count, value_result,
+               value_size, title, info);
+}
+
+s32 show_ruvo_box(s32 type, const char* value, s32 value_count, const char** buttons, s32 button_count,
+                  char* value_result, s32 value_size, const char* title, const char* info) {
+    auto get = g_showRuvoBox.load();
+    ShowRuvoBoxCallback box = get != nullptr ? get() : nullptr;
+    if (box == nullptr) return -1;
+    // The service does not know which applet calls it: the host gets an empty name.
+    return box("", static_cast<DataCategoryType>(type), value, value_count, buttons, button_count,
+               value_result, value_size, title, info);
 }
 
 void notAvailable(const char* service) {
@@ -127,3 +156,57 @@ void notAvailable(const char* service) {
 }
 
 }  // namespace services
+
+// ---- clog ----
+
+s32 LogFunsImp::log_ex(const char* applet, KelnLogLevel level, const char* format, ...) {
+    if (format == nullptr) return -1;
+    char text[services::kLogBound];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(text, sizeof(text), format, args);
+    va_end(args);
+    s32 r = -1;
+    switch (level) {
+        case KLL_INFO:
+        case KLL_SUCCESS: r = log_interface::log_info("%s", text); break;  // success logs as info
+        case KLL_WARNING: r = log_interface::log_warn("%s", text); break;
+        case KLL_ERROR: r = log_interface::log_error("%s", text); break;
+        default: break;  // an unknown level still reaches the applet's log callback
+    }
+    if (applet != nullptr) {
+        if (MpRuvo* a = ruvo::findApplet(applet)) {
+            if (RuvoLogCallBack cb = a->getLogCallBack()) cb(applet, level, text);
+        }
+    }
+    return r;
+}
+
+// ---- cb ----
+
+std::atomic<services::NotifyCallback> CallbackFuncsImp::m_cb{nullptr};
+std::atomic<services::SequenceNotifyCallback> CallbackFuncsImp::m_seqCb{nullptr};
+std::atomic<services::TemplateSequenceNotifyCallback> CallbackFuncsImp::m_tempSeqCb{nullptr};
+
+void CallbackFuncsImp::setNotifyCallback(services::NotifyCallback cb) { m_cb.store(cb); }
+void CallbackFuncsImp::setSequenceNotifyCallback(services::SequenceNotifyCallback cb) { m_seqCb.store(cb); }
+void CallbackFuncsImp::setTemplateSequenceNotifyCallback(services::TemplateSequenceNotifyCallback cb) {
+    m_tempSeqCb.store(cb);
+}
+
+s32 CallbackFuncsImp::notifyProcess(const char* appletName, const char* sequenceName, const char* blockUuid,
+                                    double progress, int result) {
+    if (auto cb = m_cb.load()) cb(appletName, sequenceName, blockUuid, progress, result);
+    return 0;
+}
+
+s32 CallbackFuncsImp::goto_sequence_process(const char* appletName, const char* sequenceId, bool isEnd) {
+    if (auto cb = m_seqCb.load()) cb(appletName, sequenceId, isEnd);
+    return 0;
+}
+
+s32 CallbackFuncsImp::goto_template_sequence_process(const char* appletName, const char* templateId,
+                                                     const char* sequenceId, bool isEnd) {
+    if (auto cb = m_tempSeqCb.load()) cb(appletName, templateId, sequenceId, isEnd);
+    return 0;
+}

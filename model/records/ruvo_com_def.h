@@ -20,13 +20,18 @@ struct _KelnCom {
     s32 (*send_uds_async)(PKelnEcuInfo pSendEcu, PKelnBigMsg pSendMsg, s32 cyclems,
                           s32 count);                                 // 9
     s32 (*send_uds_sync)(PKelnEcuInfo pSendEcu, PKelnBigMsg pSendMsg); // 10
-    RuvoSlot show_procedure_box;                                      // 11
-    RuvoSlot show_ruvo_box;                                           // 12
+    ButtonType (*show_procedure_box)(s32 type, const char* value, s32 value_count, ButtonType* buttons,
+                                     s32 button_count, char* value_result, s32 value_size,
+                                     const char* title, const char* info);  // 11
+    s32 (*show_ruvo_box)(s32 type, const char* value, s32 value_count, const char** buttons,
+                         s32 button_count, char* value_result, s32 value_size, const char* title,
+                         const char* info);                           // 12
     s32 (*send_and_recv_uds_msg)(PKelnEcuInfo ecuInfo, PKelnBigMsg pSendUds, PKelnBigMsg pRecvUds,
                                  s32 timeout);                        // 13
     s32 (*run_so_library)(const char* sofile, const char* funname, const u8* seed, u16 sdlen,
                           u8* key, u16* kylen, void* pvoid);          // 14
-    RuvoSlot set_dev_buzz;                                            // 15
+    s32 (*set_dev_buzz)(s32 channel, u16 firstHz, u16 firstTimeMs, u16 secondHz, u16 secondTimeMs,
+                        u16 reptCount);                               // 15
     s32 (*uds_change_parameter)(PKelnEcuInfo service, s32 parameterId, s32 value);  // 16
     s32 (*wait_can_msg)(PKelnCan pRecvCan, s32 timeout);              // 17
     RuvoSlot reserved18;                                              // 18
@@ -43,7 +48,8 @@ struct _KelnVci {
     void* owner;
     s32 (*run_so_library)(const char* sofile, const char* funname, const u8* seed, u16 sdlen,
                           u8* key, u16* kylen, void* pvoid);
-    RuvoSlot set_dev_buzz;
+    s32 (*set_dev_buzz)(s32 dev_index, u16 firstHz, u16 firstTimeMs, u16 secondHz, u16 secondTimeMs,
+                        u16 reptCount);
 };
 
 static_assert(sizeof(_KelnCom) == 40 * sizeof(void*), "_KelnCom has 40 slots");

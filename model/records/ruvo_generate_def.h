@@ -5,9 +5,9 @@
 
 struct _KelnGen {
     void* owner;                                   // 0
-    RuvoSlot connect;                              // 1
-    RuvoSlot disconnect;                           // 2
-    RuvoSlot is_connected;                         // 3
+    s32 (*connect)(void);                          // 1
+    s32 (*disconnect)(void);                       // 2
+    s32 (*is_connected)(void);                     // 3
     s32 (*set_cycle_task_enable)(PKelnEcuInfo service, s32 enable);  // 4
     s32 (*get_date_time)(u32* year, u32* month, u32* day, u32* hour, u32* minute, u32* second,
                          u32* milliseconds);       // 5
@@ -30,8 +30,9 @@ struct KelnCallback_s {
     void* owner;                                                                   // 0
     s32 (*notify_process)(const char* ruvoname, const char* seqname, const char* blockuuid,
                           double progress, int result);                            // 1
-    RuvoSlot goto_sequence_notify;                                                 // 2
-    RuvoSlot goto_template_sequence_notify;                                        // 3
+    s32 (*goto_sequence_notify)(const char* ruvoname, const char* gotoSequenceid, bool isEnd);  // 2
+    s32 (*goto_template_sequence_notify)(const char* ruvoname, const char* templateid,
+                                         const char* gotoSequenceid, bool isEnd);  // 3
 };
 
 static_assert(sizeof(_KelnGen) == 7 * sizeof(void*), "_KelnGen has 7 slots");

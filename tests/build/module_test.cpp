@@ -1,6 +1,8 @@
 // Module loading, the box runner and the binding calls of the SDK.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "RuvoManager/ruvo_sdk.h"
 #include "host/box_runner.h"
 #include "model/MpLoader.h"
@@ -30,15 +32,20 @@ TEST(ModuleLoader, LoadsFindsAndMovesOwnership) {
 }
 
 TEST(BoxRunner, SeedToKeyLibraryRunsAndResultIsInverted) {
+    // Libraries are loaded from the project only.
+    TempDir project;
+    std::filesystem::copy_file(SEED_TO_KEY_FIXTURE, project.file("seedkey.so"));
+    ruvo_sdk::initRuvo(project.path().c_str());
+    const std::string lib = project.file("seedkey.so");
     const unsigned char seed[] = {0x01, 0x02, 0x03};
     unsigned char key[8] = {0};
     unsigned short keyLength = 0;
-    EXPECT_EQ(ruvo_sdk::runVciSoLibrary(SEED_TO_KEY_FIXTURE, "seed_to_key", seed, 3, key, &keyLength, nullptr), 0);
+    EXPECT_EQ(ruvo_sdk::runVciSoLibrary(lib.c_str(), "seed_to_key", seed, 3, key, &keyLength, nullptr), 0);
     EXPECT_EQ(keyLength, 3);
     EXPECT_EQ(key[0], 0x03 ^ 0x5A);
     EXPECT_EQ(key[2], 0x01 ^ 0x5A);
-    EXPECT_EQ(ruvo_sdk::runVciSoLibrary(SEED_TO_KEY_FIXTURE, "seed_to_key", seed, 0, key, &keyLength, nullptr), 1);
-    EXPECT_EQ(ruvo_sdk::runVciSoLibrary(SEED_TO_KEY_FIXTURE, "absent", seed, 3, key, &keyLength, nullptr), 1);
+    EXPECT_EQ(ruvo_sdk::runVciSoLibrary(lib.c_str(), "seed_to_key", seed, 0, key, &keyLength, nullptr), 1);
+    EXPECT_EQ(ruvo_sdk::runVciSoLibrary(lib.c_str(), "absent", seed, 3, key, &keyLength, nullptr), 1);
     EXPECT_EQ(ruvo_sdk::runVciSoLibrary("/no/lib.so", "f", seed, 3, key, &keyLength, nullptr), 1);
 }
 

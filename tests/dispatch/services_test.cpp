@@ -42,10 +42,10 @@ TEST(ServiceTables, ExportedCopiesHoldTheServicesInTheirSlots) {
 
 TEST(ServiceTables, UnbuiltServiceLogsNotAvailable) {
     log_interface::takeRecords();
-    g_com.show_ruvo_box();
+    g_xcp.initialize_can();
     const auto records = log_interface::takeRecords();
     ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].text, "[小程序]函数:show_ruvo_box,错误:not available");
+    EXPECT_EQ(records[0].text, "[小程序]函数:initialize_can,错误:not available");
 }
 
 TEST(CanServices, InitChecksItsArguments) {
