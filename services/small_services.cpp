@@ -16,6 +16,7 @@
 #include "host/log_interface.h"
 #include "host/workstation.h"
 #include "services/controllers.h"
+#include "platform/codepage.h"
 #include "services/services.h"
 
 namespace services {
@@ -174,9 +175,11 @@ s32 LogFunsImp::log_ex(const char* applet, KelnLogLevel level, const char* forma
         case KLL_ERROR: r = log_interface::log_error("%s", text); break;
         default: break;  // an unknown level still reaches the applet's log callback
     }
-    if (applet != nullptr) {
-        if (MpRuvo* a = ruvo::findApplet(applet)) {
-            if (RuvoLogCallBack cb = a->getLogCallBack()) cb(applet, level, text);
+    // The host registered its applets, and shows their names, in GBK.
+    std::string name;
+    if (applet != nullptr && platform::utf8ToGbk(applet, name)) {
+        if (MpRuvo* a = ruvo::findApplet(name)) {
+            if (RuvoLogCallBack cb = a->getLogCallBack()) cb(name.c_str(), level, text);
         }
     }
     return r;

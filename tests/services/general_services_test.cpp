@@ -415,3 +415,15 @@ TEST(GeneralMetadata, DescriptionsAndParametersAsTheEditorShowsThem) {
     EXPECT_EQ(std::next(findIn(cb, "goto_sequence_notify")->getParamList().begin())->getType(), KVT_U32);
     for (const RuvoFunction& f : cb) EXPECT_EQ(f.getDesc(), "通知流程编辑小程序执行进度");
 }
+
+TEST_F(AppletLog, GbkNameReachesTheCallback) {
+    const std::string gbk = "\xC8\xD5\xD6\xBE";  // 日志
+    ASSERT_EQ(ruvo_sdk::createRuvo(gbk.c_str(), AT_TOOL), 0);
+    ASSERT_EQ(ruvo_sdk::registerLogCallBack(gbk.c_str(), recordLog), 0);
+    g_clog.info_ex("日志", "x");
+    ASSERT_EQ(g_logSeen.size(), 1u);
+    EXPECT_EQ(g_logSeen[0].applet, gbk);
+    g_clog.info_ex("\xC8\xD5", "not UTF-8");
+    EXPECT_EQ(g_logSeen.size(), 1u);
+    ruvo_sdk::destroyRuvo(gbk.c_str());
+}
