@@ -18,6 +18,7 @@
 #include "apps/ruvo/bus_peers.h"
 #include "host/workstation.h"
 #include "apps/ruvo/run_support.h"
+#include "apps/ruvo/terminal_ui.h"
 #include "apps/ruvo/vars_file.h"
 
 namespace cli {
@@ -85,7 +86,8 @@ private:
 
 int cmdRun(const Args& args) {
     std::vector<std::string> applets, ecuFiles;
-    std::string replayFile, outFile, replayShown, varsFile, varsShown, varsOut;
+    std::string replayFile, outFile, replayShown, varsFile, varsShown, varsOut, logPath;
+    std::string answer = "ok";
     double seconds = -1;
     BusPeers peers;
     for (size_t i = 1; i < args.size(); ++i) {
@@ -106,6 +108,14 @@ int cmdRun(const Args& args) {
                 varsOut = userPath(args[i + 1]);
             }
             ++i;
+        } else if (args[i] == "--answer") {
+            if (i + 1 >= args.size()) throw UsageError("--answer needs ok, cancel, yes or no");
+            answer = args[++i];
+            const std::string problem = TerminalUi::answerProblem(answer);
+            if (!problem.empty()) throw UsageError(problem);
+        } else if (args[i] == "--log") {
+            if (i + 1 >= args.size()) throw UsageError("--log needs a file");
+            logPath = userPath(args[++i]);
         } else if (args[i] == "--ecu") {
             if (i + 1 >= args.size()) throw UsageError("--ecu needs an ECU file");
             ecuFiles.push_back(args[++i]);
@@ -120,7 +130,8 @@ int cmdRun(const Args& args) {
     }
     if (args.empty() || applets.empty()) {
         throw UsageError("expected PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... "
-                         "[--listen [HOST:]PORT] [--vars FILE.json] [--vars-out FILE.json] [--for SECONDS]");
+                         "[--listen [HOST:]PORT] [--vars FILE.json] [--vars-out FILE.json] [--answer WORD] [--log FILE] "
+                         "[--for SECONDS]");
     }
     if (!replayFile.empty() && seconds >= 0) throw UsageError("--for is for a live measurement, not with --replay");
     const StopSignals signals;
@@ -159,6 +170,21 @@ int cmdRun(const Args& args) {
         return 1;
     }
     peers.startServer();
+
+    struct LogFile {
+        std::FILE* f = nullptr;
+        ~LogFile() {
+            if (f != nullptr) std::fclose(f);
+        }
+    } logFile;
+    if (!logPath.empty()) {
+        logFile.f = std::fopen(logPath.c_str(), "w");
+        if (logFile.f == nullptr) throw std::runtime_error("cannot write " + logPath + ": " + std::strerror(errno));
+    }
+    std::vector<std::string> appletNames;
+    for (const auto& a : applets) appletNames.push_back(a);
+    // Applet log lines on stdout, unless the frames are written there.
+    const TerminalUi ui(answer, outFile.empty() ? stderr : stdout, logFile.f, appletNames);
 
     FrameOutput output(outFile);
     const auto write = [&](const canlog::Frame& f) { output.write(f); };
@@ -353,7 +379,7 @@ int cmdDemo(const Args& args) {
     return 0;
 }
 
-Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... [--listen [HOST:]PORT] [--vars FILE.json] [--vars-out FILE.json] [--for SECONDS]",
+Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... [--listen [HOST:]PORT] [--vars FILE.json] [--vars-out FILE.json] [--answer ok|cancel|yes|no] [--log FILE] [--for SECONDS]",
                 "run compiled applets on the bus: replay a candump log, or a live measurement", cmdRun,
                 "Loads the compiled modules of the applets and starts the measurement. With --replay\n"
                 "it feeds the frames of a candump log ((time) channel id#data, CAN FD ##) as\n"
@@ -364,7 +390,10 @@ Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [
                 "simulated ECU on the bus (repeatable); --listen serves the bus over the socketcand\n"
                 "protocol, so outside tools see the applets' frames and can send to them. --vars\n"
                 "creates system variables from a JSON file before the start; --vars-out writes every\n"
-                "variable at the stop."});
+                "variable at the stop. Message boxes are answered on a TTY, else by --answer (default\n"
+                "ok); the buzzer rings the terminal bell; flow progress is a bar on a TTY; applet log\n"
+                "lines go to stdout with time, level and name (to stderr while frames go to stdout),\n"
+                "and to --log FILE."});
 Registrar rDemo({"demo", "", "the whole road on a temporary project: create, compile, replay, show", cmdDemo,
                  "Creates an applet in a temporary project that answers diagnostic requests on\n"
                  "0x7E0 with replies on 0x7E8, compiles it, replays a small log through it, prints\n"
