@@ -39,6 +39,16 @@ void BusPeers::startEcus(const std::vector<std::string>& files) {
     }
 }
 
+bool BusPeers::startEcusOrReport(const std::vector<std::string>& files) {
+    try {
+        startEcus(files);  // every file is checked before any ECU joins the bus
+        return true;
+    } catch (const std::runtime_error& e) {
+        std::fprintf(stderr, "%s\n", e.what());
+        return false;
+    }
+}
+
 void BusPeers::startServer() {
     if (listen_.empty()) return;
     std::string error;

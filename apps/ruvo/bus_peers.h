@@ -23,6 +23,8 @@ public:
     // Checks every file first, then starts an ECU for each and tells where it listens on
     // stderr; raises runtime_error with the file's error, before any ECU has started.
     void startEcus(const std::vector<std::string>& files);
+    // As startEcus, printing the file's error on stderr instead: false then.
+    bool startEcusOrReport(const std::vector<std::string>& files);
     // Serves the bus when --listen was given ("serving the bus on ADDRESS" on stderr); raises
     // runtime_error with the reason.
     void startServer();

@@ -33,12 +33,7 @@ int cmdEcu(const Args& args) {
     }
     if (files.empty()) throw UsageError("expected ECU.json... [--listen [HOST:]PORT] [--for SECONDS]");
     const StopSignals signals;
-    try {
-        peers.startEcus(files);  // every file is checked before any ECU joins the bus
-    } catch (const std::runtime_error& e) {
-        std::fprintf(stderr, "%s\n", e.what());
-        return 1;
-    }
+    if (!peers.startEcusOrReport(files)) return 1;
     peers.startServer();
     std::fprintf(stderr, "ECUs running %s\n",
                  seconds < 0 ? "until SIGINT or SIGTERM" : ("for " + std::to_string(seconds) + " s").c_str());

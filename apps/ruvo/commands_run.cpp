@@ -163,12 +163,7 @@ int cmdRun(const Args& args) {
         }
     }
     for (const auto& a : applets) loadModule(openApplet(args[0], a));
-    try {
-        peers.startEcus(ecuFiles);  // every file is checked before any ECU joins the bus
-    } catch (const std::runtime_error& e) {
-        std::fprintf(stderr, "%s\n", e.what());
-        return 1;
-    }
+    if (!peers.startEcusOrReport(ecuFiles)) return 1;
     peers.startServer();
 
     struct LogFile {

@@ -8,7 +8,6 @@ of it, asked with block size 4 and STmin 2 ms, checked on the wire. SIGTERM ends
 Usage: ecu_python_can_test.py RUVO ECU.json
 """
 import os
-import re
 import signal
 import subprocess
 import sys
@@ -17,7 +16,7 @@ import time
 import can
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../python"))
-from socketcand_client import WholeMessages  # noqa: E402
+from socketcand_client import connect, served_port  # noqa: E402
 
 TIMEOUT = 3.0
 REQUEST, RESPONSE, FILL = 0x7E0, 0x7E8, 0xCC
@@ -102,15 +101,7 @@ def main():
     proc = subprocess.Popen([ruvo, "ecu", ecu_file, "--listen", "127.0.0.1:0"],
                             stderr=subprocess.PIPE, text=True)
     try:
-        port = None
-        for line in proc.stderr:
-            found = re.match(r"serving the bus on 127\.0\.0\.1:(\d+)$", line.strip())
-            if found:
-                port = int(found.group(1))
-                break
-        assert port, f"ruvo ecu did not serve the bus (exit {proc.poll()})"
-        bus = can.Bus(interface="socketcand", host="127.0.0.1", port=port, channel="can0")
-        bus._SocketCanDaemonBus__socket = WholeMessages(bus._SocketCanDaemonBus__socket)
+        bus = connect(served_port(proc, "ruvo ecu"))
 
         assert answer_to(bus, [0x10, 0x03]) == bytes([0x50, 0x03, 0x00, 0x32, 0x01, 0xF4])
 

@@ -8,7 +8,6 @@ what each service returned in frames 0x600/0x601. SIGINT ends ruvo run with 130.
 Usage: uds_applet_python_can_test.py RUVO PROJECT APPLET
 """
 import os
-import re
 import signal
 import subprocess
 import sys
@@ -17,7 +16,7 @@ import time
 import can
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "../python"))
-from socketcand_client import WholeMessages  # noqa: E402
+from socketcand_client import connect, served_port  # noqa: E402
 
 TIMEOUT = 3.0
 REQUEST, RESPONSE, FILL = 0x7E0, 0x7E8, 0xAA
@@ -84,15 +83,7 @@ def main():
     proc = subprocess.Popen([ruvo, "run", project, applet, "--listen", "127.0.0.1:0"],
                             stderr=subprocess.PIPE, text=True)
     try:
-        port = None
-        for line in proc.stderr:
-            found = re.match(r"serving the bus on 127\.0\.0\.1:(\d+)$", line.strip())
-            if found:
-                port = int(found.group(1))
-                break
-        assert port, f"ruvo run did not serve the bus (exit {proc.poll()})"
-        bus = can.Bus(interface="socketcand", host="127.0.0.1", port=port, channel="can0")
-        bus._SocketCanDaemonBus__socket = WholeMessages(bus._SocketCanDaemonBus__socket)
+        bus = connect(served_port(proc, "ruvo run"))
         ecu = Ecu(bus)
         time.sleep(0.2)  # the server lets frames through shortly after the handshake
         send(bus, 0x100, [1])  # the applet's trigger

@@ -3,6 +3,8 @@
 python-can 4.1's client loses a message that arrives split across two socket reads; the
 wrapper hands it whole messages only.
 """
+import re
+
 import can
 
 
@@ -33,3 +35,12 @@ def connect(port, channel="can0", host="127.0.0.1"):
     bus = can.Bus(interface="socketcand", host=host, port=port, channel=channel)
     bus._SocketCanDaemonBus__socket = WholeMessages(bus._SocketCanDaemonBus__socket)
     return bus
+
+
+def served_port(proc, what):
+    """The port a ruvo command prints as "serving the bus on 127.0.0.1:PORT" on its stderr."""
+    for line in proc.stderr:
+        found = re.match(r"serving the bus on 127\.0\.0\.1:(\d+)$", line.strip())
+        if found:
+            return int(found.group(1))
+    raise AssertionError(f"{what} did not serve the bus (exit {proc.poll()})")
