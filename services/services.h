@@ -135,6 +135,8 @@ RUVO_API s32 getSystemConstString(const char* VarName, char* string);
 // "int32", "uint8Array", ...; "no_type" for 0 and "unknown_type" outside 0 to 10.
 const char* getDataCategoryType(DataCategoryType type);
 
+// The one failure line of a service: "[小程序]函数:FUNCTION,错误:MESSAGE".
+void logFailure(const char* function, const char* message);
 // A slot whose service is not built yet: logs and does nothing.
 void notAvailable(const char* service);
 

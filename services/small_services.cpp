@@ -121,7 +121,7 @@ s32 set_dev_buzz(s32 channel, u16 firstHz, u16 firstTimeMs, u16 secondHz, u16 se
                                                                 secondTimeMs, reptCount);
     if (r != 0) {
         const std::string why = "The channel:" + std::to_string(channel) + " number is not mapped";
-        log_interface::log_error_s("[小程序]函数:%s,错误:%s", "setDevBuzz", why.c_str());
+        logFailure("setDevBuzz", why.c_str());
     }
     return r;
 }
@@ -152,9 +152,11 @@ s32 show_ruvo_box(s32 type, const char* value, s32 value_count, const char** but
                value_result, value_size, title, info);
 }
 
-void notAvailable(const char* service) {
-    log_interface::log_error_s("[小程序]函数:%s,错误:%s", service, "not available");
+void logFailure(const char* function, const char* message) {
+    log_interface::log_error_s("[小程序]函数:%s,错误:%s", function, message);
 }
+
+void notAvailable(const char* service) { logFailure(service, "not available"); }
 
 }  // namespace services
 

@@ -8,7 +8,6 @@
 #include <vector>
 #include <cstring>
 
-#include "host/log_interface.h"
 #include "host/uds/uds_host.h"
 #include "host/workstation.h"
 #include "model/manager_port.h"
@@ -19,10 +18,6 @@ namespace services {
 namespace {
 
 constexpr size_t kMaxMessage = sizeof(KelnBigMessageData::MessageData);  // 65,535
-
-void fail(const char* function, const char* message) {
-    log_interface::log_error_s("[小程序]函数:%s,错误:%s", function, message);
-}
 
 // The applet's bytes, never more than its record holds whatever its length field says.
 BigMessageData bigFrom(const KelnBigMessageData* message) {
@@ -92,13 +87,13 @@ s32 send_uds_sync(PKelnEcuInfo pSendEcu, PKelnBigMsg pSendMsg) {
 
 s32 wait_uds_msg(PKelnUds pRecvUds, s32 /*timeout: the record's p2 times rule*/) {
     if (pRecvUds == nullptr || pRecvUds->ecuinfo == nullptr || pRecvUds->message == nullptr) {
-        fail("waitUdsMsg", "waitUdsMsg params error");
+        logFailure("waitUdsMsg", "waitUdsMsg params error");
         return -1;
     }
     BigMessageData expected = bigFrom(pRecvUds->message);
     const UDSProcessResult result = uds::WaitForUDSMessage(asHost(pRecvUds->ecuinfo), &expected);
     if (result.status != 0) {
-        fail("waitUdsMsg", "WaitForUDSMessage result error");
+        logFailure("waitUdsMsg", "WaitForUDSMessage result error");
         return -1;
     }
     pRecvUds->message->MessageLen = result.message.len;  // the whole length, even beyond the record
@@ -114,14 +109,14 @@ s32 send_and_recv_uds_msg(PKelnEcuInfo ecuInfo, PKelnBigMsg pSendUds, PKelnBigMs
     diagnosis::diagnosis_service_s service = converted(ecuInfo);
     const UDSProcessResult result = uds::SendAndRecvUDSMessage(&service, &send, &expected);
     if (result.status == 2) {
-        fail("sendAndRecvUdsMsg", "sendAndRecvUdsMsg send error");
+        logFailure("sendAndRecvUdsMsg", "sendAndRecvUdsMsg send error");
         return -1;
     }
     if (result.status != 0) {
         char text[256];
         std::snprintf(text, sizeof(text), "sendAndRecvUdsMsg recv error: %s (code=%d)", statusText(result.status),
                       result.status);
-        fail("sendAndRecvUdsMsg", text);
+        logFailure("sendAndRecvUdsMsg", text);
         return -1;
     }
     if (pRecvUds == nullptr) return 0;
@@ -129,7 +124,7 @@ s32 send_and_recv_uds_msg(PKelnEcuInfo ecuInfo, PKelnBigMsg pSendUds, PKelnBigMs
     if (result.message.len > kMaxMessage) {
         char text[1024];
         std::snprintf(text, sizeof(text), "recv udsmsg overflow %u(max:%d)", result.message.len, 65535);
-        fail("sendAndRecvUdsMsg", text);
+        logFailure("sendAndRecvUdsMsg", text);
     }
     // Unlike wait_uds_msg no clamp to 65,535, kept as the host expects; still never past the
     // end of the applet's record.
@@ -142,12 +137,12 @@ s32 send_and_recv_uds_msg(PKelnEcuInfo ecuInfo, PKelnBigMsg pSendUds, PKelnBigMs
 
 s32 uds_change_parameter(PKelnEcuInfo service, s32 parameterId, s32 value) {
     if (service == nullptr) {
-        fail("udsChangeParameter", "unknown ecu network error");
+        logFailure("udsChangeParameter", "unknown ecu network error");
         return -1;
     }
     const int network = static_cast<int>(service->uds.ptype);
     if (network < 0 || network > 2) {
-        fail("udsChangeParameter", "unknown ecu network error");
+        logFailure("udsChangeParameter", "unknown ecu network error");
         return -1;
     }
     const int channel = service->appconfig.channel;
@@ -161,7 +156,7 @@ s32 uds_change_parameter(PKelnEcuInfo service, s32 parameterId, s32 value) {
     }
     if (mapping == nullptr) {
         const std::string text = "The channel:" + std::to_string(channel) + " number is not mapped";
-        fail("udsChangeParameter", text.c_str());
+        logFailure("udsChangeParameter", text.c_str());
         return -2;
     }
     UdsVciParams params{};
@@ -169,13 +164,13 @@ s32 uds_change_parameter(PKelnEcuInfo service, s32 parameterId, s32 value) {
     params.can_bitrate = -1;
     params.canfd_bitrate = -1;
     if (uds::GetVCIParam(mapping->deviceId, params) < 0) {
-        fail("udsChangeParameter", "GetVCIParam failed");
+        logFailure("udsChangeParameter", "GetVCIParam failed");
         return -3;
     }
     if (parameterId == 9) params.st_min = value;          // the last field
     if (parameterId == 10) params.block_size = value;     // the ninth field
     if (uds::SetVCIParam(mapping->deviceId, params) < 0) {
-        fail("udsChangeParameter", "SetVCIParam failed");
+        logFailure("udsChangeParameter", "SetVCIParam failed");
         return -4;
     }
     return 0;

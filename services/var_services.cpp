@@ -9,7 +9,6 @@
 #include <string>
 #include <string_view>
 
-#include "host/log_interface.h"
 #include "host/vars/system_variate.h"
 #include "platform/codepage.h"
 #include "services/services.h"
@@ -21,10 +20,6 @@ namespace {
 constexpr s32 kSetFailed = -1;
 constexpr s32 kGetFailed = -40;
 constexpr size_t kTextMax = 255;
-
-void fail(const char* function, const char* message) {
-    log_interface::log_error_s("[小程序]函数:%s,错误:%s", function, message);
-}
 
 // Direct-mapped, per thread: a hit costs a hash and a compare, no lock and no allocation.
 struct CachedName {
@@ -54,11 +49,11 @@ const std::string& toGbk(const char* function, const char* utf8,
         }
     } else {
         if (!platform::utf8ToGbk(in, uncached)) uncached.clear();
-        if (uncached.empty() && !in.empty()) fail(function, invalid);
+        if (uncached.empty() && !in.empty()) logFailure(function, invalid);
         return uncached;
     }
     if (!entry->ok) {
-        fail(function, invalid);
+        logFailure(function, invalid);
         return empty;
     }
     return entry->gbk;
@@ -115,7 +110,7 @@ s32 addVar(const char* function, int32_t category, const char* name, const char*
     def.arraySize = arraySize;
     def.useCount = 1;
     const s32 rc = variate_interface::CreateVariate(def);
-    if (rc != 0) fail(function, "Failed to add system variable");
+    if (rc != 0) logFailure(function, "Failed to add system variable");
     return rc;
 }
 
@@ -126,21 +121,21 @@ s32 setScalar(const char* function, int32_t category, const char* name, T value)
     // and is reported by the fetch.
     SystemVarDef def;
     if (variate_interface::GetVariate(gbk.c_str(), def) != 0) {
-        fail(function, "Failed to get system variable");
+        logFailure(function, "Failed to get system variable");
         return kSetFailed;
     }
     const double v = static_cast<double>(value);
     if (def.min > v || v > def.max) {
-        fail("setSystemVar", "setSystemVariant beyond of range");
+        logFailure("setSystemVar", "setSystemVariant beyond of range");
         return kSetFailed;
     }
     if (def.category != category) {
-        fail(function, "Failed to update system variable");
+        logFailure(function, "Failed to update system variable");
         return kSetFailed;
     }
     std::memcpy(&def.value, &value, sizeof value);
     if (variate_interface::UpdateVariate(def, 0) != 0) {
-        fail(function, "Failed to update system variable");
+        logFailure(function, "Failed to update system variable");
         return kSetFailed;
     }
     return 0;
@@ -153,11 +148,11 @@ s32 setArray(const char* function, int32_t category, const char* name, u32 n, co
     const bool found = variate_interface::GetVariate(gbk.c_str(), def) == 0;
     const bool bytesIntoString = found && category == SVC_UINT8_ARRAY && def.category == SVC_STRING;
     if (!found || (def.category != category && !bytesIntoString)) {
-        fail(function, "Failed to get system variable");
+        logFailure(function, "Failed to get system variable");
         return kSetFailed;
     }
     if (p == nullptr && n > 0) {
-        fail(function, "array pointer is null");
+        logFailure(function, "array pointer is null");
         return kSetFailed;
     }
     if (bytesIntoString) {
@@ -173,7 +168,7 @@ s32 setArray(const char* function, int32_t category, const char* name, u32 n, co
         def.count = static_cast<uint8_t>(count);
     }
     if (variate_interface::UpdateVariate(def, 0) != 0) {
-        fail(function, "Failed to update system variable");
+        logFailure(function, "Failed to update system variable");
         return kSetFailed;
     }
     return 0;
@@ -185,11 +180,11 @@ s32 getScalar(const char* function, const char* name, T* out) {
     const std::string& gbk = toGbk(function, name);
     SystemVarDef def;
     if (variate_interface::GetVariate(gbk.c_str(), def) != 0) {
-        fail(function, "Failed to get system variable");
+        logFailure(function, "Failed to get system variable");
         return kGetFailed;
     }
     if (out == nullptr) {
-        fail(function, "value pointer is null");
+        logFailure(function, "value pointer is null");
         return kGetFailed;
     }
     std::memcpy(out, &def.value, sizeof(T));
@@ -202,11 +197,11 @@ s32 getArray(const char* function, const char* name, s32* arraySize, T* p) {
     const std::string& gbk = toGbk(function, name);
     SystemVarDef def;
     if (variate_interface::GetVariate(gbk.c_str(), def) != 0) {
-        fail(function, "Failed to get system variable");
+        logFailure(function, "Failed to get system variable");
         return kGetFailed;
     }
     if (arraySize == nullptr) {
-        fail(function, "size pointer is null");
+        logFailure(function, "size pointer is null");
         return kGetFailed;
     }
     const s32 capacity = static_cast<s32>(std::min<u32>(def.arraySize, SYSTEM_VARIATE_ARRAY_MAX_SIZE));
@@ -253,7 +248,7 @@ s32 addSystemVarString(const char* VarName, const char* varDescription) {
 
 s32 delSystemVariant(const char* VarName) {
     const s32 rc = variate_interface::DeleteVariate(toGbk("delSystemVariant", VarName).c_str());
-    if (rc != 0) fail("delSystemVariant", "Failed to delete system variable");
+    if (rc != 0) logFailure("delSystemVariant", "Failed to delete system variable");
     return rc;
 }
 
@@ -290,18 +285,18 @@ s32 setSystemVarString(const char* VarName, const char* string) {
     const std::string& gbk = toGbk(function, VarName);
     SystemVarDef def;
     if (variate_interface::GetVariate(gbk.c_str(), def) != 0 || def.category != SVC_STRING) {
-        fail(function, "Failed to get system variable");
+        logFailure(function, "Failed to get system variable");
         return kSetFailed;
     }
     if (string == nullptr) {
-        fail(function, "string pointer is null");
+        logFailure(function, "string pointer is null");
         return kSetFailed;
     }
     const size_t n = strnlen(string, kTextMax);
     std::memcpy(def.value.str, string, n);
     def.value.str[n] = '\0';
     if (variate_interface::UpdateVariate(def, 0) != 0) {
-        fail(function, "Failed to update system variable");
+        logFailure(function, "Failed to update system variable");
         return kSetFailed;
     }
     return 0;
@@ -336,11 +331,11 @@ s32 getSystemVarString(const char* VarName, char* string) {
     const std::string& gbk = toGbk(function, VarName);
     SystemVarDef def;
     if (variate_interface::GetVariate(gbk.c_str(), def) != 0) {
-        fail(function, "Failed to get system variable");
+        logFailure(function, "Failed to get system variable");
         return kGetFailed;
     }
     if (string == nullptr) {
-        fail(function, "string pointer is null");
+        logFailure(function, "string pointer is null");
         return kGetFailed;
     }
     // 255 bytes at most, the rest of the 256 zeroed: the terminator at 255 is always written.
