@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/uds/uds_host.h"
+#include "model/diagnosis_record.h"
 
 namespace ruvo {
 
@@ -21,18 +22,12 @@ struct Task {
     int count;
     std::shared_ptr<std::atomic<bool>> flag;
 
-    diagnosis::DoCan doCan() const {
-        diagnosis::DoCan d;
-        std::memcpy(static_cast<void*>(&d), &service.uds.protocol.docan, sizeof(d));
-        return d;
-    }
-
     // n sends; false as soon as the flag says stop. A disabled cycle holds the task, polling
     // the flag every millisecond; the sleep between sends is not cut short.
     bool sendCycle(int n) {
         for (int i = 0; i < n; ++i) {
             if (!flag->load()) return false;
-            while (!uds::GetCycleTaskEnable(doCan())) {
+            while (!uds::GetCycleTaskEnable(ruvo::hostDoCan(&service.uds.protocol.docan))) {
                 if (!flag->load()) return false;
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
             }

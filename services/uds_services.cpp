@@ -10,6 +10,7 @@
 
 #include "host/uds/uds_host.h"
 #include "host/workstation.h"
+#include "model/diagnosis_record.h"
 #include "model/manager_port.h"
 #include "services/services.h"
 
@@ -31,23 +32,6 @@ diagnosis::diagnosis_service_s* asHost(PKelnEcuInfo service) {
     return reinterpret_cast<diagnosis::diagnosis_service_s*>(service);
 }
 
-diagnosis::DoCan doCanOf(const _KelnDoCan* from) {
-    diagnosis::DoCan d;
-    if (from == nullptr) return d;
-    d.virutal_channel = from->virutal_channel;
-    d.use_fun_addr = from->use_fun_addr;
-    d.diagnose_type = from->diagnose_type;
-    d.physical_address = from->physical_address;
-    d.physical_address_type = from->physical_address_type;
-    d.functional_address = from->functional_address;
-    d.functional_address_type = from->functional_address_type;
-    d.response_address = from->response_address;
-    d.fill = from->fill;
-    d.N_AE = from->N_AE;
-    std::memcpy(static_cast<void*>(&d.can_items), &from->can_items, sizeof(d.can_items));
-    return d;
-}
-
 // Only send_and_recv_uds_msg converts: the leading fields, and the DoCan part for DoCAN.
 diagnosis::diagnosis_service_s converted(const keln_diagnosis_service_s* from) {
     diagnosis::diagnosis_service_s to;  // zeroed, its DoCan part the default
@@ -57,7 +41,7 @@ diagnosis::diagnosis_service_s converted(const keln_diagnosis_service_s* from) {
     to.uds.p2time = from->uds.p2time;
     to.uds.p2extend_time = from->uds.p2extend_time;
     if (from->uds.ptype != PROTOCOL_DoCAN) return to;
-    to.uds.protocol.docan = doCanOf(&from->uds.protocol.docan);
+    to.uds.protocol.docan = ruvo::hostDoCan(&from->uds.protocol.docan);
     return to;
 }
 
@@ -191,7 +175,7 @@ s32 set_uds_mapping_info(KelnUDSMappingInfo type) {
 }
 
 s32 setKELNrcycleTaskEnable(PKelnEcuInfo service, s32 enable) {
-    uds::SetCycleTaskEnable(doCanOf(service ? &service->uds.protocol.docan : nullptr), enable != 0);
+    uds::SetCycleTaskEnable(ruvo::hostDoCan(service ? &service->uds.protocol.docan : nullptr), enable != 0);
     return 0;
 }
 
