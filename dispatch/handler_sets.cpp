@@ -8,9 +8,9 @@ namespace ruvo {
 
 namespace {
 
-std::vector<BusHandler> build(HandlerSource& source, int subType, const char* prefix) {
+std::vector<BusHandler> build(HandlerSource& source, const HandlerMap& found, int subType, const char* prefix) {
     std::vector<BusHandler> handlers;
-    for (const auto& entry : source.handlersOf(subType)) {
+    for (const auto& entry : found) {
         std::map<std::string, u64> ids;
         if (!source.idsOf(entry.second.first, subType, ids)) continue;
         BusHandler handler{entry.first, {}};
@@ -25,20 +25,10 @@ std::vector<BusHandler> build(HandlerSource& source, int subType, const char* pr
     return handlers;
 }
 
-std::vector<void*> addressesOf(HandlerSource& source, int subType) {
+std::vector<void*> addressesOf(const HandlerMap& found) {
     std::vector<void*> addresses;
-    for (const auto& entry : source.handlersOf(subType)) addresses.push_back(entry.first);
+    for (const auto& entry : found) addresses.push_back(entry.first);
     return addresses;
-}
-
-void pinModules(HandlerSource& source, HandlerSets& sets) {
-    std::set<std::string> applets;
-    for (int subType : {RFT_CAN_RECV, RFT_CAN_SEND, RFT_CAN_PRE_SEND, RFT_PROGRAM_START, RFT_PROGRAM_STOP}) {
-        for (const auto& entry : source.handlersOf(subType)) applets.insert(entry.second.first);
-    }
-    for (const std::string& applet : applets) {
-        if (auto pin = source.modulePin(applet)) sets.pins.push_back(std::move(pin));
-    }
 }
 
 }  // namespace
@@ -58,12 +48,24 @@ std::shared_ptr<const HandlerSets> HandlerCache::current(HandlerSource& source) 
     }
     auto fresh = std::make_shared<HandlerSets>();
     fresh->revision = revision;
-    pinModules(source, *fresh);
-    fresh->received = build(source, RFT_CAN_RECV, "on_can_rx_");
-    fresh->sent = build(source, RFT_CAN_SEND, "on_can_tx_");
-    fresh->preSend = build(source, RFT_CAN_PRE_SEND, "on_can_pretx_");
-    fresh->started = addressesOf(source, RFT_PROGRAM_START);
-    fresh->stopped = addressesOf(source, RFT_PROGRAM_STOP);
+    // Each sub type's handlers are listed once; the modules they lie in are pinned from the same lists.
+    const HandlerMap rx = source.handlersOf(RFT_CAN_RECV);
+    const HandlerMap tx = source.handlersOf(RFT_CAN_SEND);
+    const HandlerMap preTx = source.handlersOf(RFT_CAN_PRE_SEND);
+    const HandlerMap start = source.handlersOf(RFT_PROGRAM_START);
+    const HandlerMap stop = source.handlersOf(RFT_PROGRAM_STOP);
+    std::set<std::string> applets;
+    for (const HandlerMap* found : {&rx, &tx, &preTx, &start, &stop}) {
+        for (const auto& entry : *found) applets.insert(entry.second.first);
+    }
+    for (const std::string& applet : applets) {
+        if (auto pin = source.modulePin(applet)) fresh->pins.push_back(std::move(pin));
+    }
+    fresh->received = build(source, rx, RFT_CAN_RECV, "on_can_rx_");
+    fresh->sent = build(source, tx, RFT_CAN_SEND, "on_can_tx_");
+    fresh->preSend = build(source, preTx, RFT_CAN_PRE_SEND, "on_can_pretx_");
+    fresh->started = addressesOf(start);
+    fresh->stopped = addressesOf(stop);
     std::lock_guard<std::mutex> lock(mutex);
     sets = fresh;
     return fresh;
