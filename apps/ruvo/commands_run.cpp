@@ -176,10 +176,8 @@ int cmdRun(const Args& args) {
         logFile.f = std::fopen(logPath.c_str(), "w");
         if (logFile.f == nullptr) throw std::runtime_error("cannot write " + logPath + ": " + std::strerror(errno));
     }
-    std::vector<std::string> appletNames;
-    for (const auto& a : applets) appletNames.push_back(a);
     // Applet log lines on stdout, unless the frames are written there.
-    const TerminalUi ui(answer, outFile.empty() ? stderr : stdout, logFile.f, appletNames);
+    const TerminalUi ui(answer, outFile.empty() ? stderr : stdout, logFile.f, applets);
 
     FrameOutput output(outFile);
     const auto write = [&](const canlog::Frame& f) { output.write(f); };

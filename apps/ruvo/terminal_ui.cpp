@@ -92,6 +92,12 @@ void progress(const char* applet, const char* sequence, const char* block, doubl
     std::fflush(stderr);
 }
 
+// The host names applets to their log callback in GBK.
+void setLogCallback(const std::string& applet, RuvoLogCallBack callback) {
+    std::string gbk;
+    ruvo_sdk::registerLogCallBack(platform::utf8ToGbk(applet, gbk) ? gbk.c_str() : applet.c_str(), callback);
+}
+
 const char* levelText(KelnLogLevel level) {
     switch (level) {
         case KLL_INFO: return "INFO";
@@ -140,11 +146,7 @@ TerminalUi::TerminalUi(const std::string& answer, std::FILE* logLines, std::FILE
     ruvo_sdk::registerUICallback(UICB_DEFAULT, showBox);
     ruvo_sdk::registerUIShowCallback(UICB_DEFAULT, showRuvoBox);
     CallbackFuncsImp::setNotifyCallback(progress);
-    for (const std::string& a : applets_) {
-        // The host names applets to their log callback in GBK.
-        std::string gbk;
-        ruvo_sdk::registerLogCallBack(platform::utf8ToGbk(a, gbk) ? gbk.c_str() : a.c_str(), logLine);
-    }
+    for (const std::string& a : applets_) setLogCallback(a, logLine);
     buzz_ = hostbridge::addBuzzListener([](const hostbridge::BuzzCall& c) {
         std::lock_guard<std::mutex> lock(g_mutex);
         std::fprintf(stderr, "\a[buzz] device %d: %u Hz %u ms, %u Hz %u ms, %u times\n", c.device, c.firstHz,
@@ -155,10 +157,7 @@ TerminalUi::TerminalUi(const std::string& answer, std::FILE* logLines, std::FILE
 
 TerminalUi::~TerminalUi() {
     hostbridge::removeBuzzListener(buzz_);
-    for (const std::string& a : applets_) {
-        std::string gbk;
-        ruvo_sdk::registerLogCallBack(platform::utf8ToGbk(a, gbk) ? gbk.c_str() : a.c_str(), nullptr);
-    }
+    for (const std::string& a : applets_) setLogCallback(a, nullptr);
     CallbackFuncsImp::setNotifyCallback(nullptr);
     ruvo_sdk::registerUIShowCallback(UICB_DEFAULT, nullptr);
     ruvo_sdk::registerUICallback(UICB_DEFAULT, nullptr);
