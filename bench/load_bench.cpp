@@ -66,6 +66,7 @@ void loadRepeatedly(benchmark::State& state, bool keepHandlers) {
     }
     state.SetComplexityN(bindings);
     state.SetItemsProcessed(state.iterations() * bindings);
+    state.SetLabel("goal: 300k bindings in under 1 s, linear");
 }
 void BM_LoadReceiveIds(benchmark::State& state) { loadRepeatedly(state, false); }
 BENCHMARK(BM_LoadReceiveIds)
