@@ -4,7 +4,9 @@
 #include <system_error>
 
 #include "dispatch/future_service.h"
+#include "dispatch/guarded_call.h"
 #include "dispatch/handler_sets.h"
+#include "RuvoManager/keyboard_worker.h"
 #include "host/log_interface.h"
 #include "model/manager_port.h"
 #include "model/revision.h"
@@ -51,13 +53,23 @@ RuvoManager& RuvoManager::getInstance() {
     return *instance;
 }
 
-RuvoManager::RuvoManager() : handlerCache(new ruvo::HandlerCache), futures(new ruvo::FutureList) {
+RuvoManager::RuvoManager()
+    : keyboard(new ruvo::KeyboardWorker(*this)), handlerCache(new ruvo::HandlerCache), futures(new ruvo::FutureList) {
     static ruvo::HandlerCache* cache = handlerCache.get();
     ruvo::setModelListener([] { cache->drop(); });
-    MpRuvo::setModuleHooks([](const std::string&) { RuvoManager::getInstance().registerLambdaCallback(); },
-                           [](const std::string& name) {
-                               RuvoManager::getInstance().unregisterLambdaCallback(name);
-                           });
+    MpRuvo::setModuleHooks(
+        [](const std::string& name) {
+            RuvoManager& m = RuvoManager::getInstance();
+            m.registerLambdaCallback();
+            m.dropTimers(name);  // the old module's timers go with it
+        },
+        [](const std::string& name) {
+            RuvoManager& m = RuvoManager::getInstance();
+            m.unregisterLambdaCallback(name);
+            m.dropTimers(name);
+        },
+        [](const std::string& name) { RuvoManager::getInstance().adoptTimers(name); });
+    ruvo::setFaultListener([](const std::string& name) { RuvoManager::getInstance().stopTimersOf(name); });
     registReceiver(this);
     calmasterInterface::calmasterSdk_init();
     {
@@ -70,6 +82,7 @@ RuvoManager::RuvoManager() : handlerCache(new ruvo::HandlerCache), futures(new r
 
 RuvoManager::~RuvoManager() {
     delete recvFrame;
+    keyboard.reset();
     unRegistReceiver(this);
     applets.clear();
 }
@@ -170,10 +183,6 @@ std::map<void*, std::pair<std::string, std::string>> RuvoManager::getLoadRuvoFun
     }
     return found;
 }
-
-void RuvoManager::registerLambdaCallback() {}
-
-void RuvoManager::unregisterLambdaCallback(std::string) {}
 
 void RuvoManager::createRuvoFuture(keln_diagnosis_service_s* const service, KelnBigMessageData* const message,
                                    int cycleMs, int count, std::string key) {

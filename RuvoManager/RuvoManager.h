@@ -20,6 +20,7 @@ using KelnShowRuvoBoxCallback = services::ShowRuvoBoxCallback;
 using KelnCloseRuvoBoxCallback = services::CloseRuvoBoxCallback;
 
 namespace ruvo {
+class KeyboardWorker;
 class HandlerCache;
 class FutureList;
 struct BusHandler;
@@ -52,9 +53,12 @@ public:
     // The thread of the latest onPackageRecv (at first, the thread that built the manager).
     std::thread::id getThreadId();
 
-    // Keyboard hooks follow module loads; the keyboard worker comes with shortcut dispatch.
+    // The keyboard hook is held from the first module load until no loaded applet has key
+    // bindings; key events are matched and handled on the keyboard worker.
     void registerLambdaCallback();
     void unregisterLambdaCallback(std::string appletName);
+    // True between measurement start and stop; applets' timers run meanwhile.
+    bool isMeasuring() const { return measuring.load(); }
     int formatFile(const char*) { return 0; }
 
     // The cyclic diagnostic sends of send_uds_async; see ruvo::FutureList.
@@ -83,10 +87,19 @@ public:
     void prePackageSend(std::list<CanPackage>& packages) override;
 
 private:
+    friend class ruvo::KeyboardWorker;  // walks the registry under its mutex
     RuvoManager();
     ~RuvoManager() override;
 
     struct Source;
+    struct AppletTimers {
+        std::shared_ptr<void> pin;  // the timers live in the module
+        std::vector<RuvoTimer*> timers;
+    };
+    void adoptTimers(const std::string& applet);
+    void dropTimers(const std::string& applet);
+    void stopTimersOf(const std::string& applet);
+    void runTimers(bool run);
     void callHandlers(const CanPackage& package, const std::vector<ruvo::BusHandler>& set);
 
     std::map<std::string, std::shared_ptr<MpRuvo>> applets;
@@ -97,8 +110,12 @@ private:
     std::atomic<bool> recvFlag{false};
     _KelnCan* recvFrame = nullptr;
     std::mutex recvMutex;
+    std::unique_ptr<ruvo::KeyboardWorker> keyboard;
     std::unique_ptr<ruvo::HandlerCache> handlerCache;
     std::unique_ptr<ruvo::FutureList> futures;
+    std::map<std::string, AppletTimers> timerSets;
+    std::mutex timerMutex;
+    std::atomic<bool> measuring{false};
     // Atomic only so that a late registration is not a data race with an applet's thread.
     std::atomic<KelnShowBoxCallback> showBox{nullptr};
     std::atomic<KelnShowRuvoBoxCallback> showRuvoBox{nullptr};

@@ -48,6 +48,22 @@ std::thread::id RuvoManager::getThreadId() {
     return dispatchThreadId;
 }
 
+namespace {
+
+struct FrameCall {
+    void* handler;
+    _KelnCan* frame;
+};
+
+void callWithFrame(void* call) {
+    auto* c = static_cast<FrameCall*>(call);
+    reinterpret_cast<void (*)(_KelnCan*)>(c->handler)(c->frame);
+}
+
+void callPlain(void* handler) { reinterpret_cast<void (*)()>(handler)(); }
+
+}  // namespace
+
 void RuvoManager::callHandlers(const CanPackage& package, const std::vector<BusHandler>& set) {
     const u64 frameId = FrameConverter::frameIdOf(package);
     for (const BusHandler& handler : set) {
@@ -55,7 +71,8 @@ void RuvoManager::callHandlers(const CanPackage& package, const std::vector<BusH
             if (!ruvo::idMatches(bound, frameId)) continue;
             _KelnCan frame;  // a fresh record for every call
             FrameConverter::instance().toKelnCan(package, frame);
-            reinterpret_cast<void (*)(_KelnCan*)>(handler.address)(&frame);
+            FrameCall call{handler.address, &frame};
+            if (!ruvo::callHandler(handler.ref, callWithFrame, &call)) break;
         }
     }
 }
@@ -89,7 +106,6 @@ void RuvoManager::prePackageSend(std::list<CanPackage>& packages) {
     const auto sets = handlerCache->current(source);
     // Handlers outside, packages inside: each handler sees what the ones before it made.
     for (const BusHandler& handler : sets->preSend) {
-        auto fn = reinterpret_cast<void (*)(_KelnCan*)>(handler.address);
         for (CanPackage& package : packages) {
             if (!package.message) continue;
             const u64 frameId = FrameConverter::frameIdOf(package);
@@ -101,7 +117,9 @@ void RuvoManager::prePackageSend(std::list<CanPackage>& packages) {
             FrameConverter::instance().toKelnCan(package, frame);
             for (const u64 bound : handler.ids) {
                 if (!ruvo::idMatches(bound, frameId)) continue;
-                fn(&frame);
+                FrameCall call{handler.address, &frame};
+                // A faulted handler's half-done record is not sent on.
+                if (!ruvo::callHandler(handler.ref, callWithFrame, &call)) break;
                 // Every match makes a new message, so the frame gets a new time stamp.
                 package = FrameConverter::instance().toPackage(frame);
             }
@@ -112,13 +130,15 @@ void RuvoManager::prePackageSend(std::list<CanPackage>& packages) {
 void RuvoManager::onStartup(std::list<int>, std::list<int>) {
     Source source(*this);
     const auto sets = handlerCache->current(source);
-    for (void* address : sets->started) reinterpret_cast<void (*)()>(address)();
+    for (const BusHandler& h : sets->started) ruvo::callHandler(h.ref, callPlain, h.address);
+    runTimers(true);
 }
 
 void RuvoManager::onShutdown() {
+    runTimers(false);
     Source source(*this);
     const auto sets = handlerCache->current(source);
-    for (void* address : sets->stopped) reinterpret_cast<void (*)()>(address)();
+    for (const BusHandler& h : sets->stopped) ruvo::callHandler(h.ref, callPlain, h.address);
 }
 
 void RuvoManager::beforeStartup() {}

@@ -189,6 +189,28 @@ RUVO_API int runVciSoLibrary(const char* file, const char* function, const unsig
 RUVO_API int runVCIScriptDir(unsigned long device, unsigned char mode, char* directory,
                              unsigned size, void* extra);
 
+// ---- runners ----
+// Runs func(private copy of `size` bytes at arg) on a thread of its own under the applet's
+// name, after the module's initialisation entry. notify(copy, state): 0 started, 1 returned,
+// 2 stopped by force, 3 faulted. One run per name: a start while one runs does nothing, a start
+// of a finished run runs it again with the same block. Always 0.
+RUVO_API int startRunnerFunction(const char* applet, void (*func)(void*), void* arg, unsigned size,
+                                 void (*notify)(void*, int));
+// Runs func(arg) on the calling thread; -1 if it faulted (the process lives on), else 0.
+RUVO_API int startRunnerFunctionSync(const char* applet, void (*func)(void*), void* arg);
+// Ends the cyclic diagnostic sends, closes the applet's box and ends its run by force. 0.
+RUVO_API int stopRunnerFunction(const char* applet);
+// Forgets a run without ending it: stop it first. 0.
+RUVO_API int removeRunnerFunction(const char* applet);
+// *status: -1 unknown (the name then blocks a later start until removed), else the thread's last
+// state: 0 running, 1 returned, 2 faulted. 0.
+RUVO_API int getStatusRunnerFunction(const char* applet, int* status);
+// From now on bus, key and timer handlers run under a fault guard: a handler that faults or
+// throws is reported once (applet, function, what), and its applet is called no more until its
+// module is loaded again. Null (the default) calls handlers directly.
+RUVO_API int setHandlerFaultCallback(void (*callback)(const char* applet, const char* function,
+                                                      const char* what));
+
 // ---- UI and log callbacks ----
 // The host's boxes; the type argument is not looked at. Null clears. Always 0.
 RUVO_API int registerUICallback(UICallbackType type, KelnShowBoxCallback callback);

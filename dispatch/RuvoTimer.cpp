@@ -2,10 +2,15 @@
 
 #include <chrono>
 
+#include "model/module_timers.h"
+
 RuvoTimer::RuvoTimer(unsigned long long intervalMs, std::function<void()> cb)
-    : interval(intervalMs), callback(std::move(cb)) {}
+    : interval(intervalMs), callback(std::move(cb)) {
+    ruvo::noteTimerBuilt(this);
+}
 
 RuvoTimer::~RuvoTimer() {
+    ruvo::noteTimerGone(this);
     {
         std::lock_guard<std::mutex> lock(mutex);
         callback = nullptr;

@@ -8,12 +8,16 @@ namespace ruvo {
 
 namespace {
 
+BusHandler handlerOf(const HandlerMap::value_type& entry) {
+    return BusHandler{entry.first, {}, HandlerRef{entry.second.first, entry.second.second, faultFlagOf(entry.second.first)}};
+}
+
 std::vector<BusHandler> build(HandlerSource& source, const HandlerMap& found, int subType, const char* prefix) {
     std::vector<BusHandler> handlers;
     for (const auto& entry : found) {
         std::map<std::string, u64> ids;
-        if (!source.idsOf(entry.second.first, subType, ids)) continue;
-        BusHandler handler{entry.first, {}};
+        if (hasFaulted(entry.second.first) || !source.idsOf(entry.second.first, subType, ids)) continue;
+        BusHandler handler = handlerOf(entry);
         for (const auto& bound : ids) {
             // A substring search, not a comparison: kept as the host expects it.
             if (entry.second.second.find(prefix + bound.first) != std::string::npos) {
@@ -25,10 +29,12 @@ std::vector<BusHandler> build(HandlerSource& source, const HandlerMap& found, in
     return handlers;
 }
 
-std::vector<void*> addressesOf(const HandlerMap& found) {
-    std::vector<void*> addresses;
-    for (const auto& entry : found) addresses.push_back(entry.first);
-    return addresses;
+std::vector<BusHandler> plain(const HandlerMap& found) {
+    std::vector<BusHandler> handlers;
+    for (const auto& entry : found) {
+        if (!hasFaulted(entry.second.first)) handlers.push_back(handlerOf(entry));
+    }
+    return handlers;
 }
 
 }  // namespace
@@ -64,8 +70,8 @@ std::shared_ptr<const HandlerSets> HandlerCache::current(HandlerSource& source) 
     fresh->received = build(source, rx, RFT_CAN_RECV, "on_can_rx_");
     fresh->sent = build(source, tx, RFT_CAN_SEND, "on_can_tx_");
     fresh->preSend = build(source, preTx, RFT_CAN_PRE_SEND, "on_can_pretx_");
-    fresh->started = addressesOf(start);
-    fresh->stopped = addressesOf(stop);
+    fresh->started = plain(start);
+    fresh->stopped = plain(stop);
     std::lock_guard<std::mutex> lock(mutex);
     sets = fresh;
     return fresh;

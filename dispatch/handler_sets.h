@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "dispatch/guarded_call.h"
 #include "model/keln_types.h"
 
 namespace ruvo {
@@ -22,6 +23,7 @@ struct BusHandler {
     // Bound ids of the keys whose prefixed name occurs in the handler's name, in key order:
     // a handler may match a shorter key's entry too, and then runs once per match.
     std::vector<u64> ids;
+    HandlerRef ref;
 };
 
 struct HandlerSets {
@@ -29,8 +31,8 @@ struct HandlerSets {
     std::vector<BusHandler> received;  // on_can_rx_, ascending address
     std::vector<BusHandler> sent;      // on_can_tx_
     std::vector<BusHandler> preSend;   // on_can_pretx_
-    std::vector<void*> started;        // start and stop handlers, ascending address
-    std::vector<void*> stopped;
+    std::vector<BusHandler> started;   // start and stop handlers, ascending address
+    std::vector<BusHandler> stopped;
     // The modules the addresses above lie in stay mapped while these sets live, so a module
     // unloaded during a batch goes only when the batch is done.
     std::vector<std::shared_ptr<void>> pins;
@@ -38,6 +40,7 @@ struct HandlerSets {
 
 using HandlerMap = std::map<void*, std::pair<std::string, std::string>>;
 // What the registry offers: the loaded handlers of one sub type, and an applet's id map.
+// Applets that have faulted are left out of the sets.
 struct HandlerSource {
     virtual ~HandlerSource() = default;
     virtual HandlerMap handlersOf(int subType) = 0;

@@ -1,7 +1,29 @@
 #include "model/MpLoader.h"
 
+#include <algorithm>
+
 #include "host/log_interface.h"
+#include "model/module_timers.h"
 #include "platform/module.h"
+
+namespace {
+thread_local std::vector<RuvoTimer*>* t_gathering = nullptr;
+}
+
+namespace ruvo {
+
+void noteTimerBuilt(RuvoTimer* timer) {
+    if (t_gathering != nullptr) t_gathering->push_back(timer);
+}
+
+void noteTimerGone(RuvoTimer* timer) {
+    // A temporary built and dropped by the module's own start-up code.
+    if (t_gathering != nullptr) {
+        t_gathering->erase(std::remove(t_gathering->begin(), t_gathering->end(), timer), t_gathering->end());
+    }
+}
+
+}  // namespace ruvo
 
 struct MpLoader::Module {
     explicit Module(void* h) : handle(h) {}
@@ -12,6 +34,7 @@ struct MpLoader::Module {
         }
     }
     void* handle;
+    std::vector<RuvoTimer*> timers;
 };
 
 MpLoader::~MpLoader() { destoryMp(); }
@@ -44,8 +67,15 @@ bool MpLoader::loadMp(const std::string& path) {
     std::lock_guard<std::mutex> lock(mutex);
     release();
     error.clear();
+    // File-level objects are built inside the load, on this thread.
+    std::vector<RuvoTimer*> timers;
+    t_gathering = &timers;
     void* handle = platform::loadModule(path, error);
-    if (handle != nullptr) module = std::make_shared<Module>(handle);
+    t_gathering = nullptr;
+    if (handle != nullptr) {
+        module = std::make_shared<Module>(handle);
+        module->timers = std::move(timers);
+    }
     return handle != nullptr;
 }
 
@@ -77,6 +107,11 @@ void* MpLoader::getFuncAddress(const std::string& name) const {
 std::shared_ptr<void> MpLoader::pin() const {
     std::lock_guard<std::mutex> lock(mutex);
     return module;
+}
+
+std::vector<RuvoTimer*> MpLoader::timers() const {
+    std::lock_guard<std::mutex> lock(mutex);
+    return module ? module->timers : std::vector<RuvoTimer*>{};
 }
 
 std::string MpLoader::lastError() const {

@@ -4,8 +4,11 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "platform/export.h"
+
+class RuvoTimer;
 
 class RUVO_API MpLoader {
 public:
@@ -28,6 +31,9 @@ public:
     // Keeps the present module mapped while held, even across destoryMp (a batch of frames
     // in flight on another thread); empty when nothing is loaded.
     std::shared_ptr<void> pin() const;
+    // The timers the present module built while it loaded, in construction order (which is
+    // their order in the source). Valid while a pin is held.
+    std::vector<RuvoTimer*> timers() const;
     // Why the last load or unload failed, "" after a success.
     std::string lastError() const;
 

@@ -89,13 +89,15 @@ std::string hexLower(u64 value) {
 namespace {
 std::atomic<MpRuvo::ModuleHook> g_beforeLoad{nullptr};
 std::atomic<MpRuvo::ModuleHook> g_beforeUnload{nullptr};
+std::atomic<MpRuvo::ModuleHook> g_afterLoad{nullptr};
 }  // namespace
 
 MpRuvo::MpRuvo() : MpInfo(AT_INVALID) {}
 
-void MpRuvo::setModuleHooks(ModuleHook beforeLoad, ModuleHook beforeUnload) {
+void MpRuvo::setModuleHooks(ModuleHook beforeLoad, ModuleHook beforeUnload, ModuleHook afterLoad) {
     g_beforeLoad.store(beforeLoad);
     g_beforeUnload.store(beforeUnload);
+    g_afterLoad.store(afterLoad);
 }
 
 bool MpRuvo::loadMp() {
@@ -104,6 +106,7 @@ bool MpRuvo::loadMp() {
     ruvo::touchModel();
     const bool loaded = loader.loadMp(getMpDllFullPath());
     ruvo::touchModel();
+    if (ModuleHook hook = g_afterLoad.load(); hook != nullptr && loaded) hook(getMpName());
     return loaded;
 }
 

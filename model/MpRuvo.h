@@ -16,9 +16,10 @@ class RUVO_API MpRuvo : public MpInfo {
 public:
     MpRuvo();
 
-    // Hooks the manager installs so keyboard hooks follow module loads; empty by default.
+    // Hooks the manager installs so keyboard hooks and timers follow module loads; empty by
+    // default. `afterLoad` runs only when a load succeeded.
     using ModuleHook = void (*)(const std::string& appletName);
-    static void setModuleHooks(ModuleHook beforeLoad, ModuleHook beforeUnload);
+    static void setModuleHooks(ModuleHook beforeLoad, ModuleHook beforeUnload, ModuleHook afterLoad = nullptr);
 
     // Loads the module file from the export directory; false (reason in moduleError) if it fails.
     bool loadMp();
@@ -28,6 +29,7 @@ public:
     bool isLoaded() const { return loader.isLoaded(); }
     void* getMpHandle() { return loader.getMpHandle(); }
     std::shared_ptr<void> modulePin() const { return loader.pin(); }
+    std::vector<RuvoTimer*> moduleTimers() const { return loader.timers(); }
     void* getDllFuncAddress(const std::string& name) const { return loader.getFuncAddress(name); }
     std::string moduleError() const { return loader.lastError(); }
 
