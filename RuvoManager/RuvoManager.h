@@ -57,6 +57,8 @@ public:
     // bindings; key events are matched and handled on the keyboard worker.
     void registerLambdaCallback();
     void unregisterLambdaCallback(std::string appletName);
+    // Until the keyboard worker has handled every queued key event (at most 5 s).
+    void waitKeyboardIdle();
     // True between measurement start and stop; applets' timers run meanwhile.
     bool isMeasuring() const { return measuring.load(); }
     int formatFile(const char*) { return 0; }

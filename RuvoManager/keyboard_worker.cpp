@@ -94,10 +94,24 @@ void KeyboardWorker::loop() {
                 event = queue.front();
                 queue.pop_front();
                 have = true;
+                handling = true;
             }
         }
-        if (have) process(event);
+        if (!have) continue;
+        process(event);
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            handling = false;
+        }
+        idle.notify_all();
     }
+}
+
+void KeyboardWorker::waitIdle(int timeoutMs) {
+    std::unique_lock<std::mutex> lock(mutex);
+    idle.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this] {
+        return (queue.empty() || !running.load()) && !handling;
+    });
 }
 
 void KeyboardWorker::process(const KeyEvent& event) {
@@ -134,6 +148,8 @@ bool hookSet() {
     return g_hookHandle != nullptr;
 }
 }  // namespace
+
+void RuvoManager::waitKeyboardIdle() { keyboard->waitIdle(5000); }
 
 void RuvoManager::registerLambdaCallback() {
     if (hookSet()) return;

@@ -33,6 +33,8 @@ public:
     void stop();
     // From the hook procedure: records the modifiers, queues, hands the event on.
     intptr_t onKey(int code, uintptr_t wParam, intptr_t lParam);
+    // Returns once the queue is empty and no event is being handled, or after `timeoutMs`.
+    void waitIdle(int timeoutMs);
 
 private:
     void loop();
@@ -44,6 +46,8 @@ private:
     std::deque<KeyEvent> queue;
     std::mutex mutex;
     std::condition_variable condition;
+    std::condition_variable idle;
+    bool handling = false;  // under mutex
 };
 
 // Whether a binding's tokens fire for this virtual key with these modifiers.

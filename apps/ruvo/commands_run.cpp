@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "RuvoManager/ruvo_sdk.h"
+#include "apps/ruvo/applet_runs.h"
 #include "apps/ruvo/cli.h"
 #include "apps/ruvo/replay.h"
 #include "apps/ruvo/bus_peers.h"
@@ -89,6 +90,8 @@ int cmdRun(const Args& args) {
     std::string replayFile, outFile, replayShown, varsFile, varsShown, varsOut, logPath;
     std::string answer = "ok";
     double seconds = -1;
+    bool runMains = false;
+    std::vector<platform::KeyStroke> keys;
     BusPeers peers;
     for (size_t i = 1; i < args.size(); ++i) {
         if (args[i] == "--replay" || args[i] == "--out") {
@@ -116,6 +119,11 @@ int cmdRun(const Args& args) {
         } else if (args[i] == "--log") {
             if (i + 1 >= args.size()) throw UsageError("--log needs a file");
             logPath = userPath(args[++i]);
+        } else if (args[i] == "--main") {
+            runMains = true;
+        } else if (args[i] == "--keys") {
+            if (i + 1 >= args.size()) throw UsageError("--keys needs strokes such as \"Ctrl R,A\"");
+            keys = parseKeyStrokes(args[++i]);
         } else if (args[i] == "--ecu") {
             if (i + 1 >= args.size()) throw UsageError("--ecu needs an ECU file");
             ecuFiles.push_back(args[++i]);
@@ -131,7 +139,7 @@ int cmdRun(const Args& args) {
     if (args.empty() || applets.empty()) {
         throw UsageError("expected PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... "
                          "[--listen [HOST:]PORT] [--vars FILE.json] [--vars-out FILE.json] [--answer WORD] [--log FILE] "
-                         "[--for SECONDS]");
+                         "[--for SECONDS] [--main] [--keys STROKES]");
     }
     if (!replayFile.empty() && seconds >= 0) throw UsageError("--for is for a live measurement, not with --replay");
     const StopSignals signals;
@@ -182,10 +190,36 @@ int cmdRun(const Args& args) {
     FrameOutput output(outFile);
     const auto write = [&](const canlog::Frame& f) { output.write(f); };
     const auto stopRequested = [&] { return signals.received() != 0 || output.failed(); };
+    const FaultReports faults;
+    MainRuns mains(runMains ? applets : std::vector<std::string>());
+    // Keys typed on the terminal reach the shortcut handlers in a live run; boxes then take
+    // --answer, since the keys own the terminal.
+    platform::TerminalKeySource typed;
+    if (replayFile.empty() && keys.empty() && ::isatty(STDIN_FILENO) && anyKeyBindings(applets)) {
+        std::string problem;
+        if (typed.start(STDIN_FILENO, problem)) {
+            TerminalUi::keysOwnTerminal(true);
+            std::fprintf(stderr, "keys typed here go to the applets' shortcuts\n");
+        } else {
+            std::fprintf(stderr, "keys typed here are not read: %s\n", problem.c_str());
+        }
+    }
+    RunHooks hooks;
+    hooks.started = [&] {
+        mains.start();
+        if (!keys.empty()) pressKeys(keys);
+    };
+    hooks.stopping = [&] {
+        mains.stop();  // by force, before the measurement stops
+        typed.stop();
+        TerminalUi::keysOwnTerminal(false);
+    };
+    // 3 says an applet faulted, unless a signal ended the run.
+    const auto status = [] { return FaultReports::count() > 0 ? 3 : 0; };
     if (replayFile.empty()) {
         std::fprintf(stderr, "measurement running %s\n",
                      seconds < 0 ? "until SIGINT or SIGTERM" : ("for " + std::to_string(seconds) + " s").c_str());
-        const ReplayResult result = runLive(seconds, write, stopRequested);
+        const ReplayResult result = runLive(seconds, write, stopRequested, hooks);
         ruvo_sdk::interruptRuvoFuture();  // the applets' cyclic sends end with the run
         if (!varsOut.empty()) saveVariables(varsOut);
         output.finish();
@@ -196,10 +230,10 @@ int cmdRun(const Args& args) {
             return 128 + signal;
         }
         std::fprintf(stderr, "measurement ended: %s\n", summary.c_str());
-        return 0;
+        return status();
     }
     const size_t total = input.frames.size();
-    const ReplayResult result = replay(std::move(input.frames), write, stopRequested);
+    const ReplayResult result = replay(std::move(input.frames), write, stopRequested, hooks);
     ruvo_sdk::interruptRuvoFuture();
     if (!varsOut.empty()) saveVariables(varsOut);
     output.finish();
@@ -215,7 +249,14 @@ int cmdRun(const Args& args) {
         return 128 + signal;
     }
     std::fprintf(stderr, "%s\n", summary.c_str());
-    return 0;
+    return status();
+}
+
+int cmdExec(const Args& args) {
+    if (args.size() != 2) throw UsageError("expected PROJECT APPLET");
+    loadModule(openApplet(args[0], args[1]));
+    const TerminalUi ui("ok", stdout, nullptr, {args[1]});
+    return runMainSync(args[1]) ? 0 : 1;
 }
 
 const char* const kDemoLog =
@@ -372,7 +413,7 @@ int cmdDemo(const Args& args) {
     return 0;
 }
 
-Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... [--listen [HOST:]PORT] [--vars FILE.json] [--vars-out FILE.json] [--answer ok|cancel|yes|no] [--log FILE] [--for SECONDS]",
+Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... [--listen [HOST:]PORT] [--vars FILE.json] [--vars-out FILE.json] [--answer ok|cancel|yes|no] [--log FILE] [--for SECONDS] [--main] [--keys STROKES]",
                 "run compiled applets on the bus: replay a candump log, or a live measurement", cmdRun,
                 "Loads the compiled modules of the applets and starts the measurement. With --replay\n"
                 "it feeds the frames of a candump log ((time) channel id#data, CAN FD ##) as\n"
@@ -386,7 +427,18 @@ Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [
                 "variable at the stop. Message boxes are answered on a TTY, else by --answer (default\n"
                 "ok); the buzzer rings the terminal bell; flow progress is a bar on a TTY; applet log\n"
                 "lines go to stdout with time, level and name (to stderr while frames go to stdout),\n"
-                "and to --log FILE."});
+                "and to --log FILE. Timers run while the measurement runs. --main runs each\n"
+                "applet's main function on a thread of its own meanwhile (a signal ends them by\n"
+                "force, then the measurement). --keys \"Ctrl R,A\" presses keys for the shortcut\n"
+                "handlers after the start; in a live run on a terminal, typed keys reach them.\n"
+                "A handler that faults (SIGSEGV, SIGFPE, abort, an exception) is reported as\n"
+                "APPLET: FUNCTION: WHAT, its applet is called no more, the others go on, and the\n"
+                "exit status is 3."});
+Registrar rExec({"exec", "PROJECT APPLET", "run an applet's main function once, here, guarded", cmdExec,
+                 "Loads the applet's compiled module and runs its main function on this thread.\n"
+                 "A fault in it (SIGSEGV, SIGFPE, abort, an exception) is reported as\n"
+                 "APPLET: FUNCTION: WHAT and gives exit status 1; the main function's log lines\n"
+                 "go to stdout."});
 Registrar rDemo({"demo", "", "the whole road on a temporary project: create, compile, replay, show", cmdDemo,
                  "Creates an applet in a temporary project that answers diagnostic requests on\n"
                  "0x7E0 with replies on 0x7E8, compiles it, replays a small log through it, prints\n"

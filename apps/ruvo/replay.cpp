@@ -79,7 +79,8 @@ double wallClockSeconds() {
 
 }  // namespace
 
-ReplayResult replay(std::vector<canlog::Frame> frames, const FrameSink& sink, const StopCheck& stopRequested) {
+ReplayResult replay(std::vector<canlog::Frame> frames, const FrameSink& sink, const StopCheck& stopRequested,
+                    const RunHooks& hooks) {
     std::stable_sort(frames.begin(), frames.end(),
                      [](const canlog::Frame& a, const canlog::Frame& b) { return a.time < b.time; });
     std::map<int, std::string> channelNames;
@@ -99,6 +100,7 @@ ReplayResult replay(std::vector<canlog::Frame> frames, const FrameSink& sink, co
         return result;
     }
     if (ruvo_sdk::kelnStartup() != 0) throw std::runtime_error("the measurement did not start");
+    if (hooks.started) hooks.started();
     for (const auto& f : frames) {
         if (stop()) {
             result.interrupted = true;
@@ -114,12 +116,13 @@ ReplayResult replay(std::vector<canlog::Frame> frames, const FrameSink& sink, co
         hostbridge::injectReceived({message});
         ++result.replayed;
     }
+    if (hooks.stopping) hooks.stopping();
     ruvo_sdk::kelnStop();
     result.sent = sent.count();
     return result;
 }
 
-ReplayResult runLive(double seconds, const FrameSink& sink, const StopCheck& stopRequested) {
+ReplayResult runLive(double seconds, const FrameSink& sink, const StopCheck& stopRequested, const RunHooks& hooks) {
     ReplayResult result;
     SentFrames sent({}, sink, wallClockSeconds);
     const auto stop = [&] { return stopRequested && stopRequested(); };
@@ -128,6 +131,7 @@ ReplayResult runLive(double seconds, const FrameSink& sink, const StopCheck& sto
         return result;
     }
     if (ruvo_sdk::kelnStartup() != 0) throw std::runtime_error("the measurement did not start");
+    if (hooks.started) hooks.started();
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
     while (seconds < 0 || std::chrono::steady_clock::now() < deadline) {
         if (stop()) {
@@ -136,6 +140,7 @@ ReplayResult runLive(double seconds, const FrameSink& sink, const StopCheck& sto
         }
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
+    if (hooks.stopping) hooks.stopping();
     ruvo_sdk::kelnStop();
     result.sent = sent.count();
     return result;

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <ctime>
@@ -24,7 +25,11 @@ std::string g_answer = "ok";
 std::FILE* g_lines = nullptr;
 std::FILE* g_logFile = nullptr;
 
-bool interactive() { return ::isatty(STDIN_FILENO) != 0 && ::isatty(STDERR_FILENO) != 0; }
+std::atomic<bool> g_keysOwnTerminal{false};
+
+bool interactive() {
+    return !g_keysOwnTerminal.load() && ::isatty(STDIN_FILENO) != 0 && ::isatty(STDERR_FILENO) != 0;
+}
 
 // The user's answer on a TTY, else the one given on the command line; shown either way.
 std::string ask(const std::string& prompt) {
@@ -128,6 +133,8 @@ void logLine(const char* applet, KelnLogLevel level, const char* message) {
 }
 
 }  // namespace
+
+void TerminalUi::keysOwnTerminal(bool own) { g_keysOwnTerminal.store(own); }
 
 std::string TerminalUi::answerProblem(const std::string& answer) {
     if (answer == "ok" || answer == "cancel" || answer == "yes" || answer == "no") return "";

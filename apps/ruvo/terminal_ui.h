@@ -20,6 +20,8 @@ public:
     TerminalUi(const TerminalUi&) = delete;
     TerminalUi& operator=(const TerminalUi&) = delete;
 
+    // While keys typed on the terminal go to the applets, boxes take the --answer word.
+    static void keysOwnTerminal(bool own);
     // "" for a good answer word, else the reason.
     static std::string answerProblem(const std::string& answer);
 
