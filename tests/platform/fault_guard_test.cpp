@@ -137,12 +137,18 @@ bool diedOfSegv(int status) {
 #endif
 }
 
+#if defined(GUARD_TEST_SANITIZED)
+const char* const kSegvReport = "SEGV";
+#else
+const char* const kSegvReport = "";
+#endif
+
 bool diedOfAbort(int status) { return WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT; }
 
 }  // namespace
 
 TEST(FaultGuardDeathTest, AFaultOutsideEveryGuardStillKillsTheProcess) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(faultOutsideGuards(guard_test::writeThrough), diedOfSegv, "");
+    EXPECT_EXIT(faultOutsideGuards(guard_test::writeThrough), diedOfSegv, kSegvReport);
     EXPECT_EXIT(faultOutsideGuards(guard_test::callAbort), diedOfAbort, "");
 }
