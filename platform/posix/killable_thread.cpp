@@ -188,6 +188,13 @@ bool KillableThread::kill(std::chrono::milliseconds timeout) {
     int phase = state->phase.load();
     while ((phase == Starting || phase == Body) && !state->phase.compare_exchange_weak(phase, Killed)) {
     }
+    if (phase == Body && pthread_equal(state->thread, pthread_self())) {
+        // A body killing itself ends here, as TerminateThread of the own thread does; the
+        // mutex must not go down with it.
+        lock.unlock();
+        pthread_kill(pthread_self(), killSignal());
+        return false;  // only if the body keeps the signal blocked
+    }
     // Before the body the thread sees the kill itself; after it the thread ends by itself.
     if (phase == Body) pthread_kill(state->thread, killSignal());
     if (!state->gone.wait_for(lock, timeout, [&] { return !state->alive; })) return false;

@@ -46,6 +46,7 @@ struct KillableThread::State {
     std::mutex mutex;
     std::condition_variable gone;
     HANDLE thread = nullptr;  // of a thread neither waited for nor let go
+    DWORD threadId = 0;
     std::atomic<bool> alive{false};
     std::atomic<int> phase{Starting};
     std::shared_ptr<State> self;  // the running thread's hold on this state
@@ -114,13 +115,15 @@ bool KillableThread::start(std::function<void()> body, const std::string& name,
     state->phase = Starting;
     state->alive = true;
     state->self = state;
-    const uintptr_t handle = _beginthreadex(nullptr, 0, &State::entry, state.get(), 0, nullptr);
+    unsigned id = 0;
+    const uintptr_t handle = _beginthreadex(nullptr, 0, &State::entry, state.get(), 0, &id);
     if (handle == 0) {
         state->alive = false;
         state->self.reset();
         return false;
     }
     state->thread = reinterpret_cast<HANDLE>(handle);
+    state->threadId = id;
     return true;
 }
 
@@ -140,6 +143,16 @@ bool KillableThread::kill(std::chrono::milliseconds timeout) {
         if (!state->gone.wait_for(lock, timeout, [&] { return !state->alive; })) return false;
         state->closeFinished();
         return true;
+    }
+    if (state->threadId == GetCurrentThreadId()) {
+        // A body killing itself ends here; the state is left as the thread's own end leaves it.
+        state->alive = false;
+        std::shared_ptr<State> keep = std::move(state->self);
+        state->gone.notify_all();
+        lock.unlock();
+        keep.reset();  // this object still holds the state
+        TerminateThread(GetCurrentThread(), 1);
+        return false;
     }
     TerminateThread(state->thread, 1);
     const HANDLE thread = state->thread;

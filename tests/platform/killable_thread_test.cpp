@@ -127,6 +127,25 @@ TEST(KillableThread, KillEndsBlockedBodiesWithinTheLimitAndTheObjectStartsAgain)
     EXPECT_EQ(journal.snapshot().back(), "returned");
 }
 
+TEST(KillableThread, ABodyKillingItsOwnThreadEndsThere) {
+    KillableThread thread;
+    Journal journal;
+    static std::atomic<bool> pastTheKill;
+    pastTheKill = false;
+    ASSERT_TRUE(thread.start(
+        [&thread] {
+            thread.kill();
+            pastTheKill = true;
+        },
+        "self", journal.onStart(), journal.onEnd()));
+    waitUntilGone(thread);
+    EXPECT_FALSE(thread.running());
+    EXPECT_FALSE(pastTheKill);
+    ASSERT_TRUE(thread.start([] {}, "again", journal.onStart(), journal.onEnd()));
+    ASSERT_TRUE(journal.waitFor(3));
+    EXPECT_EQ(journal.snapshot(), (Strings{"start", "start", "returned"}));
+}
+
 TEST(KillableThread, KillEndsABodySpinningOnTheCpu) {
 #if defined(GUARD_TEST_TSAN)
     GTEST_SKIP() << "ThreadSanitizer holds asynchronous signals back until the thread calls into "
