@@ -10,7 +10,10 @@
 // stop calling code that faulted.
 //
 // Guards nest (an inner fault returns to the inner guard) and work on any number of threads at
-// once. A fault outside every guard behaves as it would without this facility.
+// once. A fault outside every guard behaves as it would without this facility: on POSIX the
+// handler passes it to the handler installed before (a sanitizer's, say) or to the default
+// action. The first guard installs the handlers; the first guard on a thread gives that thread
+// an alternate signal stack unless it has one, freed when the thread ends.
 
 #include "platform/export.h"
 

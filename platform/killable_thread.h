@@ -3,6 +3,10 @@
 // On POSIX the kill is a signal to that thread whose handler jumps back to the thread's entry,
 // so the thread then ends normally and the process stays usable.
 //
+// The signal (SIGRTMIN + 6) interrupts a body that spins or waits in a system call alike; a body
+// that blocks it can't be killed. Only the body is killed: the start and end callbacks are never
+// cut short, a kill during them waits for them.
+//
 // What a killed body leaves behind, as with TerminateThread: its stack is abandoned, not unwound;
 // destructors don't run, locks it held stay held, memory it allocated leaks. Killing a body in
 // the middle of malloc or a C library lock can leave that lock taken for the whole process.
@@ -34,7 +38,8 @@ public:
                std::function<void(End, const std::string& what)> onEnd);
     bool running() const;
     // Ends a running thread without its cooperation and waits up to `timeout` for it to go.
-    // True when the thread is gone (or was not running).
+    // True when the thread is gone (or was not running). Called by the body on its own thread,
+    // it ends the thread there and doesn't return.
     bool kill(std::chrono::milliseconds timeout = std::chrono::milliseconds(1000));
 
 private:

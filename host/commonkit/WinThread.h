@@ -36,7 +36,7 @@ public:
     // Set before start(); called on the thread with 0, 1 or 2.
     void setThreadNotify(std::function<void(int)> notify);
     // Ends a running thread without its cooperation: 0 once it has gone, -1 if it was not
-    // running or did not go within a second.
+    // running or did not go within a second. Called by the function itself, it doesn't return.
     int ternimate();
 
 private:
