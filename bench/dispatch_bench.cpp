@@ -75,6 +75,7 @@ void BM_OnPackageRecv(benchmark::State& state) {
     RuvoManager& manager = RuvoManager::getInstance();
     for (auto _ : state) manager.onPackageRecv(packages.data(), batch);
     state.SetItemsProcessed(state.iterations() * batch);
+    state.SetLabel("goal: per-frame cost independent of the applets' code size");
 }
 BENCHMARK(BM_OnPackageRecv)
     ->ArgNames({"applets", "batch", "heavy", "guarded"})

@@ -314,6 +314,15 @@ void diagnoseDemoEcu(const std::string& project) {
          "if (com.send_and_recv_uds_msg(&ecu, &request, &answer, 3000) != 0) {\n"
          "    clog.warn(\"tester: the ECU refused session 02, as expected\");\n"
          "}");
+    // A timer: runs every 50 ms while the measurement runs.
+    ruvo_sdk::insertTimer(t, "heartbeat", 50);
+    body(t, "on_heartbeat_timer",
+         "static u8 beats = 0;\n"
+         "KelnCan beat;\n"
+         "com.init_can(0x321, 1, &beat);\n"
+         "beat.FData[0] = ++beats;\n"
+         "com.send_can_async(&beat);");
+    std::printf("   and sends a heartbeat frame 0x321 from a 50 ms timer\n");
     std::printf("6. compiling ...\n");
     std::fflush(stdout);
     const CompileOutcome o = compileApplet(t, false);
