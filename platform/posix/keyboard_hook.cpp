@@ -306,13 +306,13 @@ size_t readKey(const std::string& in, bool complete, KeyStroke& stroke, bool& is
         applyModifier(numbers[1], stroke);
         return taken;
     }
-    if (second == kEsc) {  // the first ESC was a key of its own
+    if (second == kEsc || static_cast<unsigned char>(second) >= 0x80) {  // the ESC was a key of its own
         isKey = found(stroke, kVkEscape);
         return 1;
     }
     isKey = strokeOfByte(static_cast<unsigned char>(second), stroke);
     stroke.alt = true;
-    return static_cast<unsigned char>(second) >= 0x80 ? 1 : 2;
+    return 2;
 }
 
 // ---- Putting the terminal back ---------------------------------------------------------------
@@ -579,6 +579,12 @@ bool TerminalKeySource::start(int fd, std::string& error) {
     struct stat info {};
     if (!::isatty(fd) || ::tcgetattr(fd, &original) != 0 || ::fstat(fd, &info) != 0) {
         error = std::string("not a terminal: ") + std::strerror(errno);
+        return false;
+    }
+    // A background job would be stopped by SIGTTOU here, and its keys are the shell's anyway.
+    const pid_t foreground = ::tcgetpgrp(fd);
+    if (foreground >= 0 && foreground != ::getpgrp()) {
+        error = "the terminal belongs to another process group (running in the background?)";
         return false;
     }
     if (::pipe2(state->wake, O_CLOEXEC) != 0) {
