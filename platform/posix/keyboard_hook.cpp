@@ -284,8 +284,10 @@ size_t readKey(const std::string& in, bool complete, KeyStroke& stroke, bool& is
         int numbers[2] = {0, 0};
         size_t count = 0;
         bool plain = true;
-        if (second == 'O') {
-            numbers[1] = body.empty() ? 0 : std::atoi(body.c_str()) % 100;
+        if (second == 'O') {  // the digits are the modifier
+            for (char c : body) {
+                if (numbers[1] < 1000) numbers[1] = numbers[1] * 10 + (c - '0');
+            }
         } else {
             for (char c : body) {
                 if (c == ';') {
