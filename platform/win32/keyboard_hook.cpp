@@ -112,7 +112,7 @@ void injectKeyStroke(const KeyStroke& stroke) {
     if (stroke.alt) inputs[count++] = keyInput(VK_MENU, true);
     if (stroke.shift) inputs[count++] = keyInput(VK_SHIFT, true);
     if (stroke.ctrl) inputs[count++] = keyInput(VK_CONTROL, true);
-    SendInput(count, inputs, sizeof(INPUT));
+    SendInput(count, inputs, static_cast<int>(sizeof(INPUT)));
 }
 
 // The system hook sees the keyboard itself: nothing to read from a console.
