@@ -59,7 +59,7 @@ void BM_OnPackageRecv(benchmark::State& state) {
     const int batch = static_cast<int>(state.range(1));
     const bool heavy = state.range(2) != 0;
     // Guarded: the host asked for fault reports, so every handler call runs under the guard.
-    ruvo_sdk::setHandlerFaultCallback(state.range(3) != 0 ? [](const char*, const char*, const char*) {} : nullptr);
+    ruvo_sdk::setHandlerFaultCallback(state.range(3) != 0 ? +[](const char*, const char*, const char*) {} : nullptr);
     log_interface::setEcho(false);
     Bench bench(appletCount, heavy);
     std::mt19937 random(42);

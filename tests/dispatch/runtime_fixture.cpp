@@ -12,7 +12,7 @@ namespace {
 std::atomic<int> g_ticks{0}, g_inits{0}, g_okFrames{0}, g_lastKey{0}, g_keyCalls{0}, g_mainRuns{0};
 std::atomic<bool> g_tickFaults{false};
 char g_name[64];
-volatile int g_zero = 0;
+volatile int g_zero = 0, g_seven = 7;
 }  // namespace
 
 RuvoTimer tick(2, [] {
@@ -58,7 +58,7 @@ __attribute__((visibility("default"))) void on_can_rx_null(void*) {
     volatile int* p = nullptr;
     *p = 1;
 }
-__attribute__((visibility("default"))) void on_can_rx_div(void*) { g_okFrames += 1 / g_zero; }
+__attribute__((visibility("default"))) void on_can_rx_div(void*) { g_okFrames += g_seven / g_zero; }  // both volatile: a real division
 __attribute__((visibility("default"))) void on_can_rx_abort(void*) { std::abort(); }
 __attribute__((visibility("default"))) void on_can_rx_throw(void*) { throw std::runtime_error("bad frame"); }
 }
