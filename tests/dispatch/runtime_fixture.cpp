@@ -8,6 +8,9 @@
 
 #include "dispatch/RuvoTimer.h"
 
+// Faults are the point here: the sanitizers must let the hardware see them.
+#define FAULTS __attribute__((no_sanitize("undefined", "thread")))
+
 namespace {
 std::atomic<int> g_ticks{0}, g_inits{0}, g_okFrames{0}, g_lastKey{0}, g_keyCalls{0}, g_mainRuns{0};
 std::atomic<bool> g_tickFaults{false};
@@ -15,13 +18,15 @@ char g_name[64];
 volatile int g_zero = 0, g_seven = 7;
 }  // namespace
 
-RuvoTimer tick(2, [] {
+FAULTS void tickBody() {
     if (g_tickFaults.load()) {
         volatile int* p = nullptr;
         *p = 1;
     }
     ++g_ticks;
-});
+}
+
+RuvoTimer tick(2, [] { tickBody(); });
 
 struct Info {
     char name[64];
@@ -54,11 +59,11 @@ __attribute__((visibility("default"))) void on_shortcut_pad(int vk) {
 __attribute__((visibility("default"))) void on_shortcut_boom(int) { throw std::runtime_error("key handler threw"); }
 
 __attribute__((visibility("default"))) void on_can_rx_ok(void*) { ++g_okFrames; }
-__attribute__((visibility("default"))) void on_can_rx_null(void*) {
+FAULTS __attribute__((visibility("default"))) void on_can_rx_null(void*) {
     volatile int* p = nullptr;
     *p = 1;
 }
-__attribute__((visibility("default"))) void on_can_rx_div(void*) { g_okFrames += g_seven / g_zero; }  // both volatile: a real division
+FAULTS __attribute__((visibility("default"))) void on_can_rx_div(void*) { g_okFrames += g_seven / g_zero; }  // both volatile: a real division
 __attribute__((visibility("default"))) void on_can_rx_abort(void*) { std::abort(); }
 __attribute__((visibility("default"))) void on_can_rx_throw(void*) { throw std::runtime_error("bad frame"); }
 }
