@@ -20,7 +20,11 @@ RuvoFunctionRunner::RuvoFunctionRunner(Entry f, void* block, unsigned size, Noti
     thread.setThreadNotify([this](int state) { onState(state); });
 }
 
-RuvoFunctionRunner::~RuvoFunctionRunner() { std::free(arg); }
+RuvoFunctionRunner::~RuvoFunctionRunner() {
+    // A thread that still runs (removed without a stop, or one that would not die) keeps its
+    // block: leaked rather than freed under it.
+    if (!thread.isRunning()) std::free(arg);
+}
 
 void RuvoFunctionRunner::onState(int state) {
     status.store(state);

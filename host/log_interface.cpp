@@ -13,13 +13,15 @@ namespace {
 // A long-running workstation must not grow without bound; the oldest lines go first.
 constexpr size_t kMaxKept = 10000;
 
+// Never destroyed: threads of applets (a timer, a run that would not die) may still log while
+// the process exits.
 std::mutex& storeMutex() {
-    static std::mutex m;
-    return m;
+    static auto* m = new std::mutex;
+    return *m;
 }
 std::vector<Record>& store() {
-    static std::vector<Record> s;
-    return s;
+    static auto* s = new std::vector<Record>;
+    return *s;
 }
 std::atomic<bool> g_echo{true};
 std::atomic<int> g_echoLevel{static_cast<int>(Level::Debug)};
