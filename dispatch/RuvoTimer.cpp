@@ -1,8 +1,10 @@
 #include "dispatch/RuvoTimer.h"
 
 #include <chrono>
+#include <thread>
 
 #include "model/module_timers.h"
+#include "platform/timer_slack.h"
 
 RuvoTimer::RuvoTimer(unsigned long long intervalMs, std::function<void()> cb)
     : interval(intervalMs), callback(std::move(cb)) {
@@ -45,13 +47,23 @@ void RuvoTimer::stop() {
 }
 
 void RuvoTimer::work(bool once) {
+    using Clock = std::chrono::steady_clock;
+    // A sleeping thread wakes up tens of microseconds late, more on a busy machine: the last
+    // stretch before the due time is spent yielding instead, so callbacks start on time.
+    constexpr auto kSpinAhead = std::chrono::microseconds(200);
+    platform::preciseTimerWakeups();
     while (running.load()) {
-        const auto begin = std::chrono::steady_clock::now();
+        const auto begin = Clock::now();
+        const auto due = begin + std::chrono::milliseconds(interval);
         std::function<void()> cb;
         {
             std::unique_lock<std::mutex> lock(mutex);
-            condition.wait_until(lock, begin + std::chrono::milliseconds(interval),
-                                 [this] { return !running.load(); });
+            condition.wait_until(lock, due - kSpinAhead, [this] { return !running.load(); });
+            if (!running.load()) return;
+        }
+        while (Clock::now() < due && running.load()) std::this_thread::yield();
+        {
+            std::lock_guard<std::mutex> lock(mutex);
             if (!running.load()) return;
             cb = callback;
         }
