@@ -83,13 +83,8 @@ void onFault(int sig, siginfo_t* info, void* context) {
 }
 
 void install() {
-    struct sigaction action;
-    std::memset(&action, 0, sizeof action);
-    action.sa_sigaction = onFault;
-    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
-    sigemptyset(&action.sa_mask);
     for (size_t i = 0; i < sizeof(kFaultSignals) / sizeof(kFaultSignals[0]); ++i) {
-        sigaction(kFaultSignals[i], &action, &g_previous[i]);
+        detail::installOnAltStack(kFaultSignals[i], onFault, &g_previous[i]);
     }
 }
 
@@ -141,6 +136,15 @@ void fill(FaultReport* report, int sig, const char* what) {
 }  // namespace
 
 namespace detail {
+
+void installOnAltStack(int sig, void (*handler)(int, siginfo_t*, void*), struct sigaction* previous) {
+    struct sigaction action;
+    std::memset(&action, 0, sizeof action);
+    action.sa_sigaction = handler;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+    sigemptyset(&action.sa_mask);
+    sigaction(sig, &action, previous);
+}
 
 void prepareGuardedThread() {
     if (!t_ready) prepareThread();

@@ -58,12 +58,7 @@ void onKill(int sig, siginfo_t* info, void* context) {
 }
 
 void installKill() {
-    struct sigaction action;
-    std::memset(&action, 0, sizeof action);
-    action.sa_sigaction = onKill;
-    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
-    sigemptyset(&action.sa_mask);
-    sigaction(killSignal(), &action, &g_previousKill);
+    detail::installOnAltStack(killSignal(), onKill, &g_previousKill);
 }
 
 // The kernel allows 15 bytes; cut at a character boundary of the UTF-8 text.
