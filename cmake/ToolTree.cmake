@@ -11,7 +11,7 @@ set(inc ${RUVO_TOOL_ROOT}/KELN_Ruvo_Include)
 # Applet-only texts live in RuvoManager/inc; the records the library compiles too live in
 # model/records. Applets see them side by side.
 set(applet_texts applet_global_def.h database.h configuration.h document.txt mp_ruvo.h)
-set(record_texts ruvo_basic_def.h ruvo_generate_def.h ruvo_variable_def.h ruvo_xcp_def.h ruvo_com_def.h)
+set(record_texts ruvo_basic_def.h ruvo_generate_def.h ruvo_variable_def.h ruvo_com_def.h)
 
 set(steps
   COMMAND ${CMAKE_COMMAND} -E make_directory ${RUVO_TOOL_ROOT}/clang_compiler
@@ -28,6 +28,11 @@ set(steps
           ${inc}/RuvoManager/ruvo_export.h
   COMMAND ${CMAKE_COMMAND} -DIN=${CMAKE_SOURCE_DIR}/dispatch/RuvoTimer.h
           -DOUT=${inc}/RuvoManager/RuvoTimer.h -P ${CMAKE_SOURCE_DIR}/cmake/flatten_include.cmake
+  # The XCP master's records and function types come from the host, beside the table.
+  COMMAND ${CMAKE_COMMAND} -DIN=${CMAKE_SOURCE_DIR}/model/records/ruvo_xcp_def.h
+          -DOUT=${inc}/RuvoManager/inc/ruvo_xcp_def.h -P ${CMAKE_SOURCE_DIR}/cmake/flatten_include.cmake
+  COMMAND ${CMAKE_COMMAND} -E copy_if_different ${CMAKE_SOURCE_DIR}/host/xcp/xcp_defs.h
+          ${inc}/RuvoManager/inc/xcp_defs.h
   COMMAND ${CMAKE_COMMAND} -E copy_if_different ${CMAKE_SOURCE_DIR}/host/inc/commonkit.h
           ${CMAKE_SOURCE_DIR}/host/inc/commonkitstring.h ${inc}/CommonKit
   # The host libraries an applet links: all of them live in HostBridge here.

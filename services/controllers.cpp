@@ -1,9 +1,11 @@
 #include "services/controllers.h"
 
 #include <array>
+#include <cstring>
 #include <mutex>
 #include <utility>
 
+#include "host/xcp/xcp_master.h"
 #include "model/MpInfo.h"
 #include "services/service_meta.h"
 #include "services/services.h"
@@ -15,18 +17,6 @@ namespace {
 template <typename Fn>
 void* address(Fn fn) {
     return reinterpret_cast<void*>(fn);
-}
-
-// One function per unbuilt slot, so that each logs the name of its own service.
-template <int Slot>
-void xcpUnbuilt() {
-    for (const XcpMeta& m : meta::xcp()) {
-        if (m.slot == Slot) services::notAvailable(m.name.c_str());
-    }
-}
-template <size_t... I>
-std::array<RuvoSlot, sizeof...(I)> xcpSlots(std::index_sequence<I...>) {
-    return {&xcpUnbuilt<static_cast<int>(I) + 1>...};
 }
 
 }  // namespace
@@ -181,13 +171,83 @@ XcpFunsImp::XcpFunsImp() { registerFunctions(); }
 
 void XcpFunsImp::registerFunctions() {
     table.owner = this;
+    // The master's functions themselves: nothing of ours stands between a module and the host.
+    table.initialize_can = xcpInitializeCan;
+    table.uninitialize = xcpUninitialize;
+    table.set_slave = xcpConfigSlave;
+    table.add_slave = xcpAddSlave;
+    table.remove_slave = xcpRemoveSlave;
+    table.get_error_text = xcpGetErrorText;
+    table.dequeue_packet = xcpDequeuePacket;
+    table.reset_queue = xcpResetQueue;
+    table.connect_ff = xcpConnect;
+    table.disconnect_fe = xcpDisconnect;
+    table.get_status_fd = xcpGetStatus;
+    table.transport_layer_command_f2 = xcpTransportLayerCommand;
+    table.user_command_f1 = xcpUserCommand;
+    table.short_upload_f4 = xcpShortUpload;
+    table.short_upload_f4_ex = xcpShortUpload;
+    table.upload_f5 = xcpUpload;
+    table.upload_f5_ex = xcpUpload;
+    table.set_memory_transfer_address_f6 = xcpSetMta;
+    table.get_seed_f8 = xcpGetSeed;
+    table.unlock_f7 = xcpUnlock;
+    table.get_seed_ex_f8 = xcpGetSeedEx;
+    table.unlock_ex_f7 = xcpUnlockEx;
+    table.get_comm_mode_info_fb = xcpGetCommModeInfo;
+    table.get_daq_event_info_d7 = xcpGetDaqEventInfo;
+    table.get_daq_list_info_d8 = xcpGetDaqListInfo;
+    table.get_daq_resolution_info_d9 = xcpGetDaqResolutionInfo;
+    table.get_daq_processor_info_da = xcpGetDaqProcessorInfo;
+    table.start_stop_daq_list_de = xcpStartStopDaqList;
+    table.start_stop_synch_dd = xcpStartStopSynch;
+    table.clear_daq_list_e3 = xcpClearDaqList;
+    table.set_daq_list_mode_e0 = xcpSetDaqListMode;
+    table.write_daq_list_entry_e1 = xcpWriteDaqListEntry;
+    table.write_daq_list_entry_e1_ex = xcpWriteDaqListEntry;
+    table.set_daq_ptr_e2 = xcpSetDaqPtr;
+    table.synchronize_fc = xcpSynchronize;
+    table.get_identification_fa = xcpGetIdentification;
+    table.set_request_f9 = xcpSetRequest;
+    table.build_checksum_f3 = xcpBuildChecksum;
+    table.download_f0 = xcpDownload;
+    table.download_next_ef = xcpDownloadNext;
+    table.download_max_ee = xcpDownloadMax;
+    table.short_download_ed = xcpShortDownload;
+    table.write_daq_list_entries_c7 = xcpWriteDaqListEntries;
+    table.read_daq_list_entry_db = xcpReadDaqListEntry;
+    table.get_daq_clock_dc = xcpGetDaqClock;
+    table.get_daq_list_mode_df = xcpGetDaqListMode;
+    table.free_daq_lists_d6 = xcpFreeDaqLists;
+    table.allocate_daq_lists_d5 = xcpAllocateDaqLists;
+    table.allocate_odt_d4 = xcpAllocateOdt;
+    table.allocate_odt_entry_d3 = xcpAllocateOdtEntry;
+    table.modify_bits_ec = xcpModifyBits;
+    table.get_paging_processor_info_e9 = xcpGetPagingProcessorInfo;
+    table.get_segment_information_e8 = xcpGetSegmentInformation;
+    table.get_page_information_e7 = xcpGetPageInformation;
+    table.get_pgm_processor_info_ce = xcpGetPgmProcessorInfo;
+    table.get_sector_info_cd = xcpGetSectorInfo;
+    table.set_segment_mode_e6 = xcpSetSegmentMode;
+    table.get_segment_mode_e5 = xcpGetSegmentMode;
+    table.copy_calibration_page_e4 = xcpCopyCalibrationPage;
+    table.get_calibration_page_ea = xcpGetCalibrationPage;
+    table.set_calibration_page_eb = xcpSetCalibrationPage;
+    table.program_start_d2 = xcpProgramStart;
+    table.program_clear_d1 = xcpProgramClear;
+    table.program_d0 = xcpProgram;
+    table.program_next_ca = xcpProgramNext;
+    table.program_max_c9 = xcpProgramMax;
+    table.program_reset_cf = xcpProgramReset;
+    table.program_verify_c8 = xcpProgramVerify;
+    table.program_prepare_cc = xcpProgramPrepare;
+    table.program_format_cb = xcpProgramFormat;
     ServiceCatalogue c("xcp", TFT_XCP, "", KVT_S32, "返回值:0成功1失败2无句柄");
-    RuvoSlot* slots = &table.initialize_can;  // slot 1
-    const auto unbuilt = xcpSlots(std::make_index_sequence<70>());
+    const char* const words = reinterpret_cast<const char*>(&table);
     for (const XcpMeta& m : meta::xcp()) {
-        const size_t i = static_cast<size_t>(m.slot - 1);
-        slots[i] = unbuilt[i];
-        c.add(funcs, m.name, address(slots[i]), m.demo, m.desc, m.params);
+        void* slot = nullptr;
+        std::memcpy(&slot, words + sizeof(void*) * static_cast<size_t>(m.slot), sizeof slot);
+        c.add(funcs, m.name, slot, m.demo, m.desc, m.params);
     }
 }
 

@@ -137,7 +137,5 @@ const char* getDataCategoryType(DataCategoryType type);
 
 // The one failure line of a service: "[小程序]函数:FUNCTION,错误:MESSAGE".
 void logFailure(const char* function, const char* message);
-// A slot whose service is not built yet: logs and does nothing.
-void notAvailable(const char* service);
 
 }  // namespace services

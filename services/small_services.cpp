@@ -156,8 +156,6 @@ void logFailure(const char* function, const char* message) {
     log_interface::log_error_s("[小程序]函数:%s,错误:%s", function, message);
 }
 
-void notAvailable(const char* service) { logFailure(service, "not available"); }
-
 }  // namespace services
 
 // ---- clog ----

@@ -106,6 +106,27 @@ TEST_F(RealCompile, EditorRoadFromBindingToRunningModule) {
     EXPECT_EQ(ruvo_sdk::runRuvoFunc("nobody", "mainRun"), -1);
 }
 
+TEST_F(RealCompile, EveryServiceDemoCompilesAsTheEditorShowsIt) {
+    // The demos are what authors paste: each must compile against the tables' slot types.
+    ASSERT_EQ(ruvo_sdk::createRuvo("demos", AT_TOOL), 0);
+    const int n = ruvo_sdk::getRuvoInnerFuncCount("demos");
+    std::vector<_KelnFunction> records(static_cast<size_t>(n));
+    unsigned count = 0;
+    ASSERT_EQ(ruvo_sdk::getRuvoInnerFuncs("demos", records.data(), &count), 0);
+    std::string body;
+    for (unsigned i = 0; i < count; ++i) {
+        _KelnFunction info{};
+        std::vector<char> demo(8192, '\0');
+        int subType = 0;
+        ASSERT_EQ(ruvo_sdk::getRuvoInnerFuncInfo("demos", records[i].name, &info, demo.data(), &subType), 0);
+        body += "{\n" + std::string(demo.data()) + "\n}\n";
+    }
+    ASSERT_EQ(ruvo_sdk::createRuvoFunc("demos", "all_demos", RFT_SELF_DEFINE, nullptr, 0), 0);
+    setBody("demos", "all_demos", body);
+    const CompileReport report = compile("demos");
+    EXPECT_EQ(report.result, CR_SUCCESS) << report.text;
+}
+
 TEST_F(RealCompile, RecompiledModuleReplacesTheOldOneInTheSameProcess) {
     ASSERT_EQ(ruvo_sdk::createRuvo("again", AT_TOOL), 0);
     ruvo_sdk::genDefaultMainFunction("again");

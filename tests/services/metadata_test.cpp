@@ -9,6 +9,8 @@
 
 #include "RuvoManager/ruvo_sdk.h"
 #include "host/HostBridge.h"
+#include "host/xcp/xcp_master.h"
+#include "services/service_meta.h"
 #include "model/type_names.h"
 #include "test_support.h"
 
@@ -82,26 +84,6 @@ std::vector<Service>* ServiceMetadata::list = nullptr;
 
 const std::vector<std::string> kUdsServices = {"send_uds_async", "send_uds_sync", "wait_uds_msg",
                                                "send_and_recv_uds_msg", "set_uds_mapping_info"};
-
-// The names of the 70 XCP slots, from the table modules call through.
-std::vector<std::pair<std::string, RuvoSlot>> xcpSlotsByCall() {
-    std::vector<std::pair<std::string, RuvoSlot>> out;
-    const RuvoSlot* slots = &g_xcp.initialize_can;
-    for (int i = 0; i < 70; ++i) {
-        log_interface::takeRecords();
-        slots[i]();
-        const auto records = log_interface::takeRecords();
-        std::string name;
-        if (records.size() == 1) {
-            const std::string& t = records[0].text;
-            const std::string head = "[小程序]函数:", tail = ",错误:not available";
-            if (t.rfind(head, 0) == 0 && t.size() > head.size() + tail.size())
-                name = t.substr(head.size(), t.size() - head.size() - tail.size());
-        }
-        out.emplace_back(name, slots[i]);
-    }
-    return out;
-}
 
 }  // namespace
 
@@ -328,21 +310,28 @@ TEST_F(ServiceMetadata, XcpListOrderDiffersFromSlotOrderAtTheSessionServices) {
     EXPECT_EQ(std::vector<std::string>(listed.begin(), listed.begin() + 9), head);
     EXPECT_LT(std::find(listed.begin(), listed.end(), "unlock_f7"), std::find(listed.begin(), listed.end(), "get_seed_ex_f8"));
 
-    // Each record's address is the slot that bears its name, and the slots keep their order.
-    const auto slots = xcpSlotsByCall();
+    // Each record's address is the master function in the slot of its number; the three pairs
+    // of services share one function, so 67 distinct functions fill the 70 slots.
+    const void* const* words = reinterpret_cast<const void* const*>(&g_xcp);
     std::map<std::string, void*> addressOf;
-    for (const Service* s : family(TFT_XCP)) addressOf[s->record.name] = s->record.addr;
     std::set<void*> distinct;
-    for (size_t i = 0; i < slots.size(); ++i) {
-        SCOPED_TRACE(i + 1);
-        ASSERT_EQ(addressOf.count(slots[i].first), 1u) << "slot logs " << slots[i].first;
-        EXPECT_EQ(addressOf[slots[i].first], reinterpret_cast<void*>(slots[i].second));
-        distinct.insert(addressOf[slots[i].first]);
+    for (const services::meta::XcpMeta& m : services::meta::xcp()) {
+        SCOPED_TRACE(m.name);
+        addressOf[m.name] = const_cast<void*>(words[m.slot]);
+        distinct.insert(addressOf[m.name]);
+        const Service* s = nullptr;
+        for (const Service* f : family(TFT_XCP)) s = f->record.name == m.name ? f : s;
+        ASSERT_NE(s, nullptr);
+        EXPECT_EQ(s->record.addr, words[m.slot]);
     }
-    EXPECT_EQ(distinct.size(), 70u);
-    EXPECT_EQ(slots[2].first, "set_slave");
-    EXPECT_EQ(slots[5].first, "get_error_text");
-    EXPECT_EQ(slots[69].first, "program_format_cb");
+    EXPECT_EQ(distinct.size(), 67u);
+    EXPECT_EQ(addressOf["short_upload_f4"], addressOf["short_upload_f4_ex"]);
+    EXPECT_EQ(addressOf["upload_f5"], addressOf["upload_f5_ex"]);
+    EXPECT_EQ(addressOf["write_daq_list_entry_e1"], addressOf["write_daq_list_entry_e1_ex"]);
+    EXPECT_EQ(words[3], reinterpret_cast<void*>(&xcpConfigSlave)) << "slot 3 is set_slave";
+    EXPECT_EQ(words[6], reinterpret_cast<void*>(&xcpGetErrorText));
+    EXPECT_EQ(words[9], reinterpret_cast<void*>(&xcpConnect));
+    EXPECT_EQ(words[70], reinterpret_cast<void*>(&xcpProgramFormat));
 }
 
 TEST_F(ServiceMetadata, VariableSlotsFollowTheMetadataOrder) {
