@@ -191,6 +191,7 @@ SessionInfo Session::info() {
 // ---- the engine ----
 
 uint32_t Session::timeoutMs(int t) const {
+    if (t == 7) return pl_.T7;  // a pause, not a time-out: zero is no pause
     const uint32_t values[] = {pl_.T1, pl_.T1, pl_.T2, pl_.T3, pl_.T4, pl_.T5, pl_.T6};
     const uint32_t v = values[std::min(std::max(t, 1), 6)];
     return v != 0 ? v : pl_.T1;
