@@ -113,7 +113,7 @@ TEST_F(RealCompile, EveryServiceDemoCompilesAsTheEditorShowsIt) {
     std::vector<_KelnFunction> records(static_cast<size_t>(n));
     unsigned count = 0;
     ASSERT_EQ(ruvo_sdk::getRuvoInnerFuncs("demos", records.data(), &count), 0);
-    std::string body;
+    std::string body = "KelnCan can{};  // the CAN demos send a frame the author has\n";
     for (unsigned i = 0; i < count; ++i) {
         _KelnFunction info{};
         std::vector<char> demo(8192, '\0');
@@ -121,8 +121,8 @@ TEST_F(RealCompile, EveryServiceDemoCompilesAsTheEditorShowsIt) {
         ASSERT_EQ(ruvo_sdk::getRuvoInnerFuncInfo("demos", records[i].name, &info, demo.data(), &subType), 0);
         body += "{\n" + std::string(demo.data()) + "\n}\n";
     }
-    ASSERT_EQ(ruvo_sdk::createRuvoFunc("demos", "all_demos", RFT_SELF_DEFINE, nullptr, 0), 0);
-    setBody("demos", "all_demos", body);
+    ASSERT_EQ(ruvo_sdk::genDefaultMainFunction("demos"), 0);
+    setBody("demos", "mainRun", body);
     const CompileReport report = compile("demos");
     EXPECT_EQ(report.result, CR_SUCCESS) << report.text;
 }

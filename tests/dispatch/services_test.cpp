@@ -40,14 +40,6 @@ TEST(ServiceTables, ExportedCopiesHoldTheServicesInTheirSlots) {
     EXPECT_EQ(reinterpret_cast<void* const*>(&g_com)[21], reinterpret_cast<void*>(g_com.send_and_recv_can_msg));
 }
 
-TEST(ServiceTables, UnbuiltServiceLogsNotAvailable) {
-    log_interface::takeRecords();
-    g_xcp.initialize_can();
-    const auto records = log_interface::takeRecords();
-    ASSERT_EQ(records.size(), 1u);
-    EXPECT_EQ(records[0].text, "[小程序]函数:initialize_can,错误:not available");
-}
-
 TEST(CanServices, InitChecksItsArguments) {
     KelnCan can{};
     can.FData[20] = 0x77;
