@@ -617,6 +617,7 @@ TEST_F(XcpMaster, MalformedAnswersEndInProtocolErrorsAndStrayFramesAreIgnored) {
     });
     ASSERT_EQ(xcpGetStatus(hand, buf, sizeof buf), XCP_ERR_SUCCESS);
     EXPECT_EQ(buf[1], 0xAA);
+    while (!peer_->idle()) std::this_thread::yield();  // the stray one is out, while nothing is awaited
     peer_->setScript([](const Bytes&) -> std::vector<Answer> { return {{{0xFF, 0xCC}}}; });
     ASSERT_EQ(xcpGetStatus(hand, buf, sizeof buf), XCP_ERR_SUCCESS);
     EXPECT_EQ(buf[1], 0xCC) << "a stray answer of an earlier command is not this one's";
