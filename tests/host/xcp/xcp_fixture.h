@@ -45,17 +45,17 @@ public:
         timers_.insert({atUs, std::move(fn)});
     }
     // Counts the waits begun: a wait begun after the last answer went out has seen that answer.
-    uint64_t generation() {
-        std::lock_guard<std::mutex> own(mutex_);
-        return generation_;
-    }
-    // Moves to the next deadline or timer when someone waits, and every waiter began after
-    // `quietSince` (so none is about to wake for an answer); false otherwise.
-    bool step(uint64_t quietSince) {
+    uint64_t generation() const { return generation_.load(); }
+    // Moves to the next deadline or timer when someone waits, the slave is quiet, and every
+    // waiter began after the slave's last answer (none is about to wake for it); false otherwise.
+    // `quiet` runs with the clock locked, so no wait begins meanwhile.
+    bool step(const std::function<bool(uint64_t& quietSince)>& quiet) {
         std::function<void()> due;
         {
             std::lock_guard<std::mutex> own(mutex_);
             if (waiters_.empty()) return false;
+            uint64_t quietSince = 0;
+            if (!quiet(quietSince)) return false;
             for (const Waiter& w : waiters_) {
                 if (w.generation <= quietSince) return false;
             }
@@ -84,7 +84,7 @@ private:
     };
     std::mutex mutex_;
     int64_t now_ = 1000000;
-    uint64_t generation_ = 0;
+    std::atomic<uint64_t> generation_{0};
     std::multiset<Waiter> waiters_;
     std::multimap<int64_t, std::function<void()>> timers_;
 };
@@ -122,10 +122,11 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         return pending_ == 0;
     }
-    // The clock's generation when the slave last fell quiet.
-    uint64_t quietSince() {
+    // Whether nothing is left to send, and the clock's generation when that last became so.
+    bool quiet(uint64_t& since) {
         std::lock_guard<std::mutex> lock(mutex_);
-        return quietSince_;
+        since = quietSince_;
+        return pending_ == 0;
     }
     // What the master sent, frames as on the bus (padding included), and on which id.
     std::vector<Bytes> heard() {
@@ -179,11 +180,11 @@ private:
             const Bytes request = inbox_.front();
             inbox_.pop_front();
             const std::vector<Answer> answers = script_ ? script_(request) : std::vector<Answer>{};
+            // The clock locks the slave (when it asks whether it is quiet), never the reverse.
+            lock.unlock();
             for (const Answer& a : answers) {
                 if (a.delayUs == 0) {
-                    lock.unlock();
                     send(a.bytes);
-                    lock.lock();
                 } else {
                     clock_->schedule(clock_->nowUs() + a.delayUs, [this, a] {
                         std::lock_guard<std::mutex> inner(mutex_);
@@ -193,6 +194,7 @@ private:
                     });
                 }
             }
+            lock.lock();
             done();
         }
     }
@@ -232,7 +234,7 @@ protected:
         peer_ = std::make_unique<Peer>(clock_.get());
         driver_ = std::thread([this] {
             while (!stopDriver_) {
-                if (!(peer_->idle() && clock_->step(peer_->quietSince()))) {
+                if (!clock_->step([this](uint64_t& since) { return peer_->quiet(since); })) {
                     std::this_thread::sleep_for(std::chrono::microseconds(100));
                 }
             }
