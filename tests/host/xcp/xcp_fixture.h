@@ -29,11 +29,11 @@ public:
         return now_;
     }
     void waitUntil(std::unique_lock<std::mutex>& lock, std::condition_variable& cv, int64_t deadlineUs) override {
-        std::multiset<std::pair<int64_t, std::condition_variable*>>::iterator me;
+        std::multiset<Waiter>::iterator me;
         {
             std::lock_guard<std::mutex> own(mutex_);
             if (deadlineUs <= now_) return;
-            me = waiters_.insert({deadlineUs, &cv});
+            me = waiters_.insert({deadlineUs, ++generation_, &cv});
         }
         // Advancing notifies; the short real wait covers a notification that came just before.
         cv.wait_for(lock, std::chrono::milliseconds(1));
@@ -44,20 +44,29 @@ public:
         std::lock_guard<std::mutex> own(mutex_);
         timers_.insert({atUs, std::move(fn)});
     }
-    // Moves to the next deadline or timer when someone waits; false when nobody does.
-    bool step() {
+    // Counts the waits begun: a wait begun after the last answer went out has seen that answer.
+    uint64_t generation() const { return generation_.load(); }
+    // Moves to the next deadline or timer when someone waits, the slave is quiet, and every
+    // waiter began after the slave's last answer (none is about to wake for it); false otherwise.
+    // `quiet` runs with the clock locked, so no wait begins meanwhile.
+    bool step(const std::function<bool(uint64_t& quietSince)>& quiet) {
         std::function<void()> due;
         {
             std::lock_guard<std::mutex> own(mutex_);
             if (waiters_.empty()) return false;
-            const int64_t deadline = waiters_.begin()->first;
+            uint64_t quietSince = 0;
+            if (!quiet(quietSince)) return false;
+            for (const Waiter& w : waiters_) {
+                if (w.generation <= quietSince) return false;
+            }
+            const int64_t deadline = waiters_.begin()->deadline;
             if (!timers_.empty() && timers_.begin()->first <= deadline) {
                 now_ = std::max(now_, timers_.begin()->first);
                 due = std::move(timers_.begin()->second);
                 timers_.erase(timers_.begin());
             } else if (deadline > now_) {
                 now_ = deadline;
-                for (const auto& w : waiters_) w.second->notify_all();
+                for (const Waiter& w : waiters_) w.cv->notify_all();
             } else {
                 return false;  // the waiter has not woken yet
             }
@@ -67,9 +76,16 @@ public:
     }
 
 private:
+    struct Waiter {
+        int64_t deadline;
+        uint64_t generation;
+        std::condition_variable* cv;
+        bool operator<(const Waiter& o) const { return deadline < o.deadline; }
+    };
     std::mutex mutex_;
     int64_t now_ = 1000000;
-    std::multiset<std::pair<int64_t, std::condition_variable*>> waiters_;
+    std::atomic<uint64_t> generation_{0};
+    std::multiset<Waiter> waiters_;
     std::multimap<int64_t, std::function<void()>> timers_;
 };
 
@@ -104,6 +120,12 @@ public:
     }
     bool idle() {
         std::lock_guard<std::mutex> lock(mutex_);
+        return pending_ == 0;
+    }
+    // Whether nothing is left to send, and the clock's generation when that last became so.
+    bool quiet(uint64_t& since) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        since = quietSince_;
         return pending_ == 0;
     }
     // What the master sent, frames as on the bus (padding included), and on which id.
@@ -152,17 +174,17 @@ private:
                 lock.unlock();
                 send(b);
                 lock.lock();
-                --pending_;
+                done();
                 continue;
             }
             const Bytes request = inbox_.front();
             inbox_.pop_front();
             const std::vector<Answer> answers = script_ ? script_(request) : std::vector<Answer>{};
+            // The clock locks the slave (when it asks whether it is quiet), never the reverse.
+            lock.unlock();
             for (const Answer& a : answers) {
                 if (a.delayUs == 0) {
-                    lock.unlock();
                     send(a.bytes);
-                    lock.lock();
                 } else {
                     clock_->schedule(clock_->nowUs() + a.delayUs, [this, a] {
                         std::lock_guard<std::mutex> inner(mutex_);
@@ -172,8 +194,13 @@ private:
                     });
                 }
             }
-            --pending_;
+            lock.lock();
+            done();
         }
+    }
+    // With the lock held, after what was to be sent is on the bus.
+    void done() {
+        if (--pending_ == 0) quietSince_ = clock_->generation();
     }
 
     FakeClock* clock_;
@@ -184,6 +211,7 @@ private:
     std::vector<Bytes> heard_;
     std::vector<uint32_t> ids_;
     int pending_ = 0;
+    uint64_t quietSince_ = 0;
     bool stop_ = false;
     Script script_;
     std::thread thread_;
@@ -206,7 +234,9 @@ protected:
         peer_ = std::make_unique<Peer>(clock_.get());
         driver_ = std::thread([this] {
             while (!stopDriver_) {
-                if (!(peer_->idle() && clock_->step())) std::this_thread::sleep_for(std::chrono::microseconds(100));
+                if (!clock_->step([this](uint64_t& since) { return peer_->quiet(since); })) {
+                    std::this_thread::sleep_for(std::chrono::microseconds(100));
+                }
             }
         });
     }

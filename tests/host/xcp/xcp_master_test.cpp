@@ -52,6 +52,19 @@ TEST_F(XcpMaster, ChannelsAndSlavesCheckTheirRecordsAndHandles) {
     EXPECT_EQ(xcpConfigSlave(hand, transport(), protocol()), XCP_ERR_SUCCESS);
     EXPECT_TRUE(peer_->heard().empty()) << "nothing goes out before CONNECT";
 
+    // GET_SLAVE_ID looks for slaves before any CONNECT, on the broadcast id.
+    peer_->setScript([](const Bytes& r) -> std::vector<Answer> {
+        if (r[0] == 0xF2 && r[1] == 0xFF) return {{{0xFF, 'X', 'C', 'P', 0x00, 0x00, 0x06, 0x00}}};
+        return {};
+    });
+    uint8_t xcp[4] = {'X', 'C', 'P', 0x00};
+    ASSERT_EQ(xcpTransportLayerCommand(hand, 0xFF, xcp, 4, buf, sizeof buf), XCP_ERR_SUCCESS);
+    EXPECT_EQ(peer_->heard(), (std::vector<Bytes>{{0xF2, 0xFF, 'X', 'C', 'P', 0x00}}));
+    EXPECT_EQ(peer_->heardIds(), (std::vector<uint32_t>{kBroadcastId}));
+    EXPECT_EQ(buf[6], 0x06);
+    EXPECT_EQ(xcpTransportLayerCommand(hand, 0xFE, xcp, 1, buf, sizeof buf), XCP_ERR_NOT_CONNECTED);
+    EXPECT_EQ(xcpTransportLayerCommand(hand, 0xFF, xcp, 7, buf, sizeof buf), XCP_ERR_FAILED) << "longer than a CTO";
+
     // Unknown handles everywhere.
     EXPECT_EQ(xcpGetStatus(hand + 100, buf, sizeof buf), XCP_ERR_NO_HANDLE);
     EXPECT_EQ(xcpConnect(hand + 100, 0, buf, sizeof buf), XCP_ERR_NO_HANDLE);
@@ -617,6 +630,7 @@ TEST_F(XcpMaster, MalformedAnswersEndInProtocolErrorsAndStrayFramesAreIgnored) {
     });
     ASSERT_EQ(xcpGetStatus(hand, buf, sizeof buf), XCP_ERR_SUCCESS);
     EXPECT_EQ(buf[1], 0xAA);
+    while (!peer_->idle()) std::this_thread::yield();  // the stray one is out, while nothing is awaited
     peer_->setScript([](const Bytes&) -> std::vector<Answer> { return {{{0xFF, 0xCC}}}; });
     ASSERT_EQ(xcpGetStatus(hand, buf, sizeof buf), XCP_ERR_SUCCESS);
     EXPECT_EQ(buf[1], 0xCC) << "a stray answer of an earlier command is not this one's";
