@@ -29,6 +29,11 @@ void BusPeers::startEcus(const std::vector<std::string>& files) {
         std::string error;
         if (!hostbridge::ecu::loadEcuConfig(userPath(files[i]), configs[i], error)) throw std::runtime_error(error);
     }
+    std::vector<hostxcp::XcpSlaveConfig> slaves(xcpFiles_.size());
+    for (size_t i = 0; i < xcpFiles_.size(); ++i) {
+        std::string error;
+        if (!hostxcp::loadXcpSlaveConfig(userPath(xcpFiles_[i]), slaves[i], error)) throw std::runtime_error(error);
+    }
     for (hostbridge::ecu::EcuConfig& config : configs) {
         ecus_.push_back(std::make_unique<hostbridge::ecu::EcuNode>(std::move(config)));
         const hostbridge::ecu::EcuNode& e = *ecus_.back();
@@ -36,6 +41,14 @@ void BusPeers::startEcus(const std::vector<std::string>& files) {
         std::fprintf(stderr, "ECU \"%s\" on can%d: requests to %s (functional %s), answers on %s\n",
                      e.name().c_str(), a.channel, hexId(a.physicalId).c_str(), hexId(a.functionalId).c_str(),
                      hexId(a.responseId).c_str());
+    }
+    for (hostxcp::XcpSlaveConfig& config : slaves) {
+        xcpSlaves_.push_back(std::make_unique<hostxcp::XcpSlaveNode>(std::move(config)));
+        const hostxcp::XcpSlaveConfig& c = xcpSlaves_.back()->config();
+        std::fprintf(stderr, "XCP slave \"%s\" on can%d: commands to %s%s, answers on %s\n", c.name.c_str(), c.channel,
+                     hexId(c.masterId).c_str(),
+                     c.broadcastId ? (" (broadcast " + hexId(*c.broadcastId) + ")").c_str() : "",
+                     hexId(c.slaveId).c_str());
     }
 }
 
@@ -60,6 +73,7 @@ void BusPeers::startServer() {
 void BusPeers::stop() {
     server_.stop();
     ecus_.clear();
+    xcpSlaves_.clear();
 }
 
 }  // namespace cli
