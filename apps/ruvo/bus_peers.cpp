@@ -1,6 +1,11 @@
 #include "apps/ruvo/bus_peers.h"
 
+#include <cjson/cJSON.h>
+
 #include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <memory>
 #include <stdexcept>
 
 #include "apps/ruvo/cli.h"
@@ -15,6 +20,17 @@ std::string hexId(uint32_t id) {
     return text;
 }
 
+// An XCP slave file describes its CAN ids under "can"; an ECU file has "addressing". Anything
+// else goes to the ECU loader, which tells what is wrong with it.
+bool isXcpSlaveFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return false;
+    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::unique_ptr<cJSON, void (*)(cJSON*)> root(cJSON_ParseWithLength(text.data(), text.size()), cJSON_Delete);
+    return cJSON_IsObject(root.get()) && cJSON_GetObjectItemCaseSensitive(root.get(), "can") != nullptr &&
+           cJSON_GetObjectItemCaseSensitive(root.get(), "addressing") == nullptr;
+}
+
 }  // namespace
 
 void BusPeers::setListen(const std::string& address) {
@@ -23,7 +39,15 @@ void BusPeers::setListen(const std::string& address) {
     listen_ = address;
 }
 
-void BusPeers::startEcus(const std::vector<std::string>& files) {
+void BusPeers::startEcus(const std::vector<std::string>& given) {
+    std::vector<std::string> files;
+    for (const std::string& file : given) {
+        if (isXcpSlaveFile(userPath(file))) {
+            xcpFiles_.push_back(file);
+        } else {
+            files.push_back(file);
+        }
+    }
     std::vector<hostbridge::ecu::EcuConfig> configs(files.size());
     for (size_t i = 0; i < files.size(); ++i) {
         std::string error;

@@ -26,7 +26,7 @@ public:
     bool hasXcpSlaves() const { return !xcpFiles_.empty(); }
     // Checks every file first (the ECUs', then the XCP slaves'), then starts an ECU or slave for
     // each and tells where it listens on stderr; raises runtime_error with the file's error,
-    // before any has started.
+    // before any has started. A file with a "can" object and no "addressing" is an XCP slave's.
     void startEcus(const std::vector<std::string>& files);
     // As startEcus, printing the file's error on stderr instead: false then.
     bool startEcusOrReport(const std::vector<std::string>& files);

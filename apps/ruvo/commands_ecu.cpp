@@ -34,8 +34,10 @@ int cmdEcu(const Args& args) {
             files.push_back(args[i]);
         }
     }
-    if (files.empty() && !peers.hasXcpSlaves())
-        throw UsageError("expected ECU.json... [--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] [--for SECONDS]");
+    if (files.empty()) {
+        throw UsageError("expected ECU.json|SLAVE.json... [--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] "
+                         "[--for SECONDS]");
+    }
     const StopSignals signals;
     if (!peers.startEcusOrReport(files)) return 1;
     peers.startServer();
@@ -56,12 +58,13 @@ int cmdEcu(const Args& args) {
     return 0;
 }
 
-Registrar rEcu({"ecu", "[ECU.json...] [--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] [--for SECONDS]",
+Registrar rEcu({"ecu", "ECU.json|SLAVE.json... [--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] [--for SECONDS]",
                 "run simulated ECUs and XCP slaves on the bus, served to outside testers", cmdEcu,
                 "Loads every ECU file (a bad one: its error, exit 1) and runs each ECU as a node on\n"
-                "the virtual bus, answering UDS requests over ISO-TP on its own addresses.\n"
-                "--xcp-slave adds a simulated XCP slave from its file (repeatable; at least one ECU\n"
-                "or slave), answering XCP commands on its CAN ids and sending its DAQ lists. With\n"
+                "the virtual bus, answering UDS requests over ISO-TP on its own addresses. A file\n"
+                "with a \"can\" object (and no \"addressing\") is an XCP slave's, as is the file of\n"
+                "--xcp-slave (repeatable): a simulated XCP slave answering XCP commands on its CAN\n"
+                "ids and sending its DAQ lists. With\n"
                 "--listen the bus is served over the socketcand protocol (raw mode, can0 is channel\n"
                 "0): PORT alone listens on 127.0.0.1, 0 picks a free port, the address is printed\n"
                 "as \"serving the bus on HOST:PORT\". Runs until SIGINT/SIGTERM (exit 130/143) or\n"
