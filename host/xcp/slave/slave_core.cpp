@@ -129,7 +129,7 @@ static uint8_t walk(const XcpSlaveConfig& config, uint8_t ext, uint32_t address,
     const uint64_t ag = config.granularity;
     size_t pos = 0;
     while (pos < bytes) {
-        const uint64_t element = address + pos / ag;
+        const uint64_t element = static_cast<uint64_t>(address) + pos / ag;
         const size_t within = pos % ag;
         bool found = false;
         for (size_t i = 0; i < config.regions.size() && !found; ++i) {
@@ -1347,7 +1347,15 @@ void XcpSlaveCore::programCommand(const uint8_t* c, size_t, std::vector<Frame>& 
                 out.push_back(error(err::kOutOfRange));
                 return;
             }
-            const size_t bytes = static_cast<size_t>(get32(c + 4)) * config_.granularity;
+            // Checked against the flash there is before anything is allocated for it.
+            uint64_t flash = 0;
+            for (size_t i : sectors) flash += config_.regions[i].bytes.size();
+            const uint64_t wanted = static_cast<uint64_t>(get32(c + 4)) * config_.granularity;
+            if (wanted > flash) {
+                out.push_back(error(err::kOutOfRange));
+                return;
+            }
+            const size_t bytes = static_cast<size_t>(wanted);
             const Bytes erased(bytes, 0xFF);
             if (const uint8_t e = write(mtaExt_, mtaAddress_, erased.data(), bytes, Access::Program)) {
                 out.push_back(error(e));

@@ -436,6 +436,7 @@ TEST(XcpSlaveNode, ProgramsTheFlashAfterUnlockAndResetEndsTheSession) {
     EXPECT_EQ(master.ask({cmd::kGetPgmProcessorInfo}), (Bytes{0xFF, 0x03, 1}));
     EXPECT_EQ(master.ask({cmd::kGetSectorInfo, 1, 0}), (Bytes{0xFF, 0, 0, 0, 0x00, 0x04, 0, 0}));
     EXPECT_EQ(master.ask(setMta(0x8000)), kOk);
+    EXPECT_EQ(master.ask({cmd::kProgramClear, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF}), error(err::kOutOfRange));
     EXPECT_EQ(master.ask({cmd::kProgramClear, 0, 0, 0, 0x00, 0x04, 0, 0}), kOk);
     EXPECT_EQ(master.ask({cmd::kProgram, 3, 0xDE, 0xAD, 0x01}), kOk);
     EXPECT_EQ(master.ask({cmd::kProgram, 0}), kOk);  // end of the segment
