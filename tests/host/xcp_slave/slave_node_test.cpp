@@ -521,3 +521,65 @@ TEST(XcpSlaveNode, HostilePacketsGetErrorsOrSilenceNeverACrash) {
     master.ask({cmd::kSynch});
     EXPECT_EQ(master.ask(shortUpload(2, 0x1000)), (Bytes{0xFF, 0xB8, 0x0B}));
 }
+
+TEST(XcpSlaveNode, StaticListsOnASporadicEventInMotorolaOrderWithWordGranularity) {
+    auto slave = slaveFrom(R"({"can": {"master_id": "0x650", "slave_id": "0x651"},
+        "protocol": {"byte_order": "motorola", "address_granularity": 2, "resources": ["daq"]},
+        "memory": [{"name": "words", "address": "0x100", "size": 8, "bytes": "12 34 56 78 9A BC DE F0"}],
+        "events": [{"name": "on demand", "period_ms": 0}],
+        "daq": {"config": "static", "lists": [{"odts": 2, "entries": 2}, {"odts": 1, "entries": 1}],
+                "timestamp": {"size": 2, "unit": "1ms", "fixed": true}}})");
+    RawMaster master(0x650, {0x651, 0x666});
+    EXPECT_EQ(master.ask({cmd::kConnect, 0}), (Bytes{0xFF, 0x04, 0xC3, 8, 0, 8, 1, 1}));
+    // Elements of two bytes: address 0x101 is the second word; one alignment byte first.
+    EXPECT_EQ(master.ask({cmd::kShortUpload, 2, 0, 0, 0, 0, 0x01, 0x01}), (Bytes{0xFF, 0, 0x56, 0x78, 0x9A, 0xBC}));
+    EXPECT_EQ(master.ask({cmd::kGetDaqProcessorInfo}), (Bytes{0xFF, 0x12, 0, 2, 0, 1, 0, 0}));
+    EXPECT_EQ(master.ask({cmd::kGetDaqResolutionInfo}), (Bytes{0xFF, 1, 2, 1, 0, 0x6A, 0, 1}));
+    EXPECT_EQ(master.ask({cmd::kAllocDaq, 0, 0, 1}), error(err::kCmdUnknown));
+    EXPECT_EQ(master.ask({cmd::kFreeDaq}), error(err::kCmdUnknown));
+    EXPECT_EQ(master.ask({cmd::kGetDaqListInfo, 0, 0, 0}), (Bytes{0xFF, 0x04, 2, 2, 0, 0}));
+
+    // List 1 (its ODT has PID 2): the first word, every second event, time stamps fixed on.
+    EXPECT_EQ(master.ask({cmd::kSetDaqPtr, 0, 0, 1, 0, 0}), kOk);
+    EXPECT_EQ(master.ask({cmd::kWriteDaq, 0xFF, 1, 0, 0, 0, 0x01, 0x00}), kOk);
+    EXPECT_EQ(master.ask({cmd::kSetDaqListMode, 0x00, 0, 1, 0, 0, 2, 0}), kOk);
+    EXPECT_EQ(master.ask({cmd::kGetDaqListMode, 0, 0, 1}), (Bytes{0xFF, 0x10, 0, 0, 0, 0, 2, 0}));
+    EXPECT_EQ(master.ask({cmd::kStartStopDaqList, 2, 0, 1}), (Bytes{0xFF, 2}));
+    EXPECT_EQ(master.ask({cmd::kGetDaqListMode, 0, 0, 1})[1], 0x50);  // selected
+    EXPECT_EQ(master.ask({cmd::kStartStopSynch, 1}), kOk);
+    EXPECT_EQ(master.ask({cmd::kGetStatus})[1], 0x40);  // DAQ running
+
+    master.clear();
+    for (int i = 0; i < 4; ++i) {
+        ASSERT_TRUE(slave->triggerEvent(0));
+        if (i == 1) {
+            ASSERT_TRUE(slave->writeNamed("words", {0xAB, 0xCD}));
+        }
+    }
+    EXPECT_FALSE(slave->triggerEvent(1));
+    std::this_thread::sleep_for(30ms);
+    const auto dtos = master.drain();
+    ASSERT_EQ(dtos.size(), 2u);  // the prescaler halves the events
+    for (size_t i = 0; i < dtos.size(); ++i) {
+        EXPECT_EQ(dtos[i].id, 0x651u);
+        ASSERT_EQ(dtos[i].data.size(), 5u);
+        EXPECT_EQ(dtos[i].data[0], 2);
+        EXPECT_EQ(Bytes(dtos[i].data.begin() + 3, dtos[i].data.end()), i == 0 ? (Bytes{0x12, 0x34}) : (Bytes{0xAB, 0xCD}));
+    }
+
+    // The list's own CAN id: not while it runs.
+    const Bytes setId{cmd::kTransportLayerCmd, hostxcp::tl::kSetDaqId, 0, 1, 0, 0, 0x06, 0x66};
+    EXPECT_EQ(master.ask(setId), error(err::kDaqActive));
+    EXPECT_EQ(master.ask({cmd::kStartStopDaqList, 0, 0, 1}), (Bytes{0xFF, 2}));
+    EXPECT_EQ(master.ask(setId), kOk);
+    EXPECT_EQ(master.ask({cmd::kTransportLayerCmd, hostxcp::tl::kGetDaqId, 0, 1}), (Bytes{0xFF, 0, 0, 0, 0, 0, 0x06, 0x66}));
+    EXPECT_EQ(master.ask({cmd::kStartStopDaqList, 1, 0, 1}), (Bytes{0xFF, 2}));
+    master.clear();
+    ASSERT_TRUE(slave->triggerEvent(0));
+    const auto moved = master.next();
+    ASSERT_TRUE(moved);
+    EXPECT_EQ(moved->id, 0x666u);
+    // List 0 has no entries: it can't start.
+    EXPECT_EQ(master.ask({cmd::kSetDaqListMode, 0x10, 0, 0, 0, 0, 1, 0}), kOk);
+    EXPECT_EQ(master.ask({cmd::kStartStopDaqList, 1, 0, 0}), error(err::kDaqConfig));
+}
