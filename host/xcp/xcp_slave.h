@@ -3,6 +3,7 @@
 // on load) and the node that puts it on the virtual bus. The protocol work is in
 // host/xcp/slave/slave_core.h; the node only moves frames and keeps time.
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -188,7 +189,7 @@ private:
     std::vector<std::pair<uint32_t, std::vector<uint8_t>>> outbox_;
     size_t sending_ = 0;
     bool stopping_ = false;
-    int node_ = -1;
+    std::atomic<int> node_{-1};  // set once attached; a frame heard before queues its answer
     std::thread thread_;
 };
 

@@ -8,15 +8,17 @@
 #include <utility>
 #include <vector>
 
+#include "host/hostbridge_export.h"
 #include "host/xcp/xcp_slave.h"
 
 namespace hostxcp {
 
-class XcpSlaveCore {
+class HOSTBRIDGE_API XcpSlaveCore {
 public:
     using Frame = std::pair<uint32_t, std::vector<uint8_t>>;  // CAN id, packet
     static constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
 
+    // Keeps a reference to `config`, which must outlive it.
     explicit XcpSlaveCore(const XcpSlaveConfig& config);
 
     // A frame heard on the slave's channel at `nowUs` (the slave's clock, from 0). Answers to

@@ -51,10 +51,7 @@ std::unique_ptr<XcpSlaveNode> XcpSlaveNode::load(const std::string& path, std::s
 XcpSlaveNode::~XcpSlaveNode() { stop(); }
 
 void XcpSlaveNode::stop() {
-    if (node_ >= 0) {
-        hostbridge::detachNode(node_);  // waits for a listener call under way
-        node_ = -1;
-    }
+    hostbridge::detachNode(node_.load());  // waits for a listener call under way; again is harmless
     {
         std::lock_guard<std::mutex> lock(mutex_);
         stopping_ = true;
@@ -73,7 +70,7 @@ void XcpSlaveNode::send(const std::vector<std::pair<uint32_t, std::vector<uint8_
         data.resize(frameLength(config_, data.size()), config_.fill);
         const auto frame = hostbridge::makeCanFrame(0, config_.channel, f.first, config_.extendedIds, config_.fd,
                                                     config_.fd, data.data(), static_cast<int>(data.size()));
-        hostbridge::nodeSend(node_, frame);
+        hostbridge::nodeSend(node_.load(), frame);
     }
 }
 
@@ -91,7 +88,7 @@ void XcpSlaveNode::onFrame(uint32_t id, bool extended, uint8_t, std::vector<uint
             return;
         }
         // Earlier answers still on their way keep their place.
-        answerHere = outbox_.empty() && sending_ == 0 && !g_answeringOnBus.exchange(true);
+        answerHere = node_.load() >= 0 && outbox_.empty() && sending_ == 0 && !g_answeringOnBus.exchange(true);
         if (answerHere) {
             ++sending_;
         } else {
