@@ -63,12 +63,12 @@ Registrar rEcu({"ecu", "ECU.json|SLAVE.json... [--xcp-slave SLAVE.json]... [--li
                 "Loads every ECU file (a bad one: its error, exit 1) and runs each ECU as a node on\n"
                 "the virtual bus, answering UDS requests over ISO-TP on its own addresses. A file\n"
                 "with a \"can\" object (and no \"addressing\") is an XCP slave's, as is the file of\n"
-                "--xcp-slave (repeatable): a simulated XCP slave answering XCP commands on its CAN\n"
-                "ids and sending its DAQ lists. With\n"
-                "--listen the bus is served over the socketcand protocol (raw mode, can0 is channel\n"
-                "0): PORT alone listens on 127.0.0.1, 0 picks a free port, the address is printed\n"
-                "as \"serving the bus on HOST:PORT\". Runs until SIGINT/SIGTERM (exit 130/143) or\n"
-                "for --for SECONDS (exit 0)."});
+                "--xcp-slave (repeatable): a simulated XCP slave answering XCP commands on its\n"
+                "CAN ids and sending its DAQ lists. With --listen the bus is served over the\n"
+                "socketcand protocol (raw mode, can0 is channel 0): PORT alone listens on\n"
+                "127.0.0.1, 0 picks a free port, the address is printed as \"serving the bus on\n"
+                "HOST:PORT\". Runs until SIGINT/SIGTERM (exit 130/143) or for --for SECONDS\n"
+                "(exit 0)."});
 
 }  // namespace
 }  // namespace cli
