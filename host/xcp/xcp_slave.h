@@ -174,7 +174,7 @@ public:
     bool connected() const;
 
 private:
-    void onFrame(uint32_t id, bool extended, uint8_t channel, std::vector<uint8_t> data);
+    void onFrame(uint32_t id, bool extended, std::vector<uint8_t> data);
     void run();
     void send(const std::vector<std::pair<uint32_t, std::vector<uint8_t>>>& frames);
     int64_t nowUs() const;

@@ -98,7 +98,7 @@ private:
 
     // Commands, each returning the packets to answer.
     void connect(const uint8_t* c, size_t n, std::vector<Frame>& out);
-    void upload(uint8_t count, std::vector<Frame>& out, uint8_t prefixLength);
+    void upload(uint8_t count, std::vector<Frame>& out, uint8_t isShort);
     void transferIn(const uint8_t* c, size_t n, std::vector<Frame>& out);  // DOWNLOAD/PROGRAM family
     void getSeed(const uint8_t* c, size_t n, std::vector<Frame>& out);
     void unlock(const uint8_t* c, size_t n, std::vector<Frame>& out);

@@ -37,7 +37,7 @@ XcpSlaveNode::XcpSlaveNode(XcpSlaveConfig config)
         const bool extended = h->extended;
         const size_t length = data != nullptr ? h->length : 0;
         if (channel != config_.channel) return;
-        onFrame(id, extended, channel, std::vector<uint8_t>(data, data + length));
+        onFrame(id, extended, std::vector<uint8_t>(data, data + length));
     });
     thread_ = std::thread([this] { run(); });
 }
@@ -74,7 +74,7 @@ void XcpSlaveNode::send(const std::vector<std::pair<uint32_t, std::vector<uint8_
     }
 }
 
-void XcpSlaveNode::onFrame(uint32_t id, bool extended, uint8_t, std::vector<uint8_t> data) {
+void XcpSlaveNode::onFrame(uint32_t id, bool extended, std::vector<uint8_t> data) {
     std::vector<XcpSlaveCore::Frame> out;
     bool answerHere = false;
     {
