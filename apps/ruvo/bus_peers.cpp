@@ -1,6 +1,11 @@
 #include "apps/ruvo/bus_peers.h"
 
+#include <cjson/cJSON.h>
+
 #include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <memory>
 #include <stdexcept>
 
 #include "apps/ruvo/cli.h"
@@ -15,6 +20,17 @@ std::string hexId(uint32_t id) {
     return text;
 }
 
+// An XCP slave file describes its CAN ids under "can"; an ECU file has "addressing". Anything
+// else goes to the ECU loader, which tells what is wrong with it.
+bool isXcpSlaveFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return false;
+    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::unique_ptr<cJSON, void (*)(cJSON*)> root(cJSON_ParseWithLength(text.data(), text.size()), cJSON_Delete);
+    return cJSON_IsObject(root.get()) && cJSON_GetObjectItemCaseSensitive(root.get(), "can") != nullptr &&
+           cJSON_GetObjectItemCaseSensitive(root.get(), "addressing") == nullptr;
+}
+
 }  // namespace
 
 void BusPeers::setListen(const std::string& address) {
@@ -23,11 +39,24 @@ void BusPeers::setListen(const std::string& address) {
     listen_ = address;
 }
 
-void BusPeers::startEcus(const std::vector<std::string>& files) {
+void BusPeers::startEcus(const std::vector<std::string>& given) {
+    std::vector<std::string> files;
+    for (const std::string& file : given) {
+        if (isXcpSlaveFile(userPath(file))) {
+            xcpFiles_.push_back(file);
+        } else {
+            files.push_back(file);
+        }
+    }
     std::vector<hostbridge::ecu::EcuConfig> configs(files.size());
     for (size_t i = 0; i < files.size(); ++i) {
         std::string error;
         if (!hostbridge::ecu::loadEcuConfig(userPath(files[i]), configs[i], error)) throw std::runtime_error(error);
+    }
+    std::vector<hostxcp::XcpSlaveConfig> slaves(xcpFiles_.size());
+    for (size_t i = 0; i < xcpFiles_.size(); ++i) {
+        std::string error;
+        if (!hostxcp::loadXcpSlaveConfig(userPath(xcpFiles_[i]), slaves[i], error)) throw std::runtime_error(error);
     }
     for (hostbridge::ecu::EcuConfig& config : configs) {
         ecus_.push_back(std::make_unique<hostbridge::ecu::EcuNode>(std::move(config)));
@@ -36,6 +65,14 @@ void BusPeers::startEcus(const std::vector<std::string>& files) {
         std::fprintf(stderr, "ECU \"%s\" on can%d: requests to %s (functional %s), answers on %s\n",
                      e.name().c_str(), a.channel, hexId(a.physicalId).c_str(), hexId(a.functionalId).c_str(),
                      hexId(a.responseId).c_str());
+    }
+    for (hostxcp::XcpSlaveConfig& config : slaves) {
+        xcpSlaves_.push_back(std::make_unique<hostxcp::XcpSlaveNode>(std::move(config)));
+        const hostxcp::XcpSlaveConfig& c = xcpSlaves_.back()->config();
+        std::fprintf(stderr, "XCP slave \"%s\" on can%d: commands to %s%s, answers on %s\n", c.name.c_str(), c.channel,
+                     hexId(c.masterId).c_str(),
+                     c.broadcastId ? (" (broadcast " + hexId(*c.broadcastId) + ")").c_str() : "",
+                     hexId(c.slaveId).c_str());
     }
 }
 
@@ -60,6 +97,7 @@ void BusPeers::startServer() {
 void BusPeers::stop() {
     server_.stop();
     ecus_.clear();
+    xcpSlaves_.clear();
 }
 
 }  // namespace cli

@@ -1,4 +1,4 @@
-// "ruvo ecu": simulated ECUs alone on the bus, served to outside testers.
+// "ruvo ecu": simulated ECUs and XCP slaves alone on the bus, served to outside testers.
 
 #include <chrono>
 #include <cstdio>
@@ -22,6 +22,9 @@ int cmdEcu(const Args& args) {
         if (args[i] == "--listen") {
             if (i + 1 >= args.size()) throw UsageError("--listen needs [HOST:]PORT");
             peers.setListen(args[++i]);
+        } else if (args[i] == "--xcp-slave") {
+            if (i + 1 >= args.size()) throw UsageError("--xcp-slave needs an XCP slave file");
+            peers.addXcpSlave(args[++i]);
         } else if (args[i] == "--for") {
             if (i + 1 >= args.size()) throw UsageError("--for needs a number of seconds");
             seconds = parseSeconds(args[++i]);
@@ -31,7 +34,10 @@ int cmdEcu(const Args& args) {
             files.push_back(args[i]);
         }
     }
-    if (files.empty()) throw UsageError("expected ECU.json... [--listen [HOST:]PORT] [--for SECONDS]");
+    if (files.empty()) {
+        throw UsageError("expected ECU.json|SLAVE.json... [--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] "
+                         "[--for SECONDS]");
+    }
     const StopSignals signals;
     if (!peers.startEcusOrReport(files)) return 1;
     peers.startServer();
@@ -52,14 +58,17 @@ int cmdEcu(const Args& args) {
     return 0;
 }
 
-Registrar rEcu({"ecu", "ECU.json... [--listen [HOST:]PORT] [--for SECONDS]",
-                "run simulated ECUs on the bus, served to outside testers", cmdEcu,
+Registrar rEcu({"ecu", "ECU.json|SLAVE.json... [--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] [--for SECONDS]",
+                "run simulated ECUs and XCP slaves on the bus, served to outside testers", cmdEcu,
                 "Loads every ECU file (a bad one: its error, exit 1) and runs each ECU as a node on\n"
-                "the virtual bus, answering UDS requests over ISO-TP on its own addresses. With\n"
-                "--listen the bus is served over the socketcand protocol (raw mode, can0 is channel\n"
-                "0): PORT alone listens on 127.0.0.1, 0 picks a free port, the address is printed\n"
-                "as \"serving the bus on HOST:PORT\". Runs until SIGINT/SIGTERM (exit 130/143) or\n"
-                "for --for SECONDS (exit 0)."});
+                "the virtual bus, answering UDS requests over ISO-TP on its own addresses. A file\n"
+                "with a \"can\" object (and no \"addressing\") is an XCP slave's, as is the file of\n"
+                "--xcp-slave (repeatable): a simulated XCP slave answering XCP commands on its\n"
+                "CAN ids and sending its DAQ lists. With --listen the bus is served over the\n"
+                "socketcand protocol (raw mode, can0 is channel 0): PORT alone listens on\n"
+                "127.0.0.1, 0 picks a free port, the address is printed as \"serving the bus on\n"
+                "HOST:PORT\". Runs until SIGINT/SIGTERM (exit 130/143) or for --for SECONDS\n"
+                "(exit 0)."});
 
 }  // namespace
 }  // namespace cli

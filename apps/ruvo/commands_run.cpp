@@ -127,6 +127,9 @@ int cmdRun(const Args& args) {
         } else if (args[i] == "--ecu") {
             if (i + 1 >= args.size()) throw UsageError("--ecu needs an ECU file");
             ecuFiles.push_back(args[++i]);
+        } else if (args[i] == "--xcp-slave") {
+            if (i + 1 >= args.size()) throw UsageError("--xcp-slave needs an XCP slave file");
+            peers.addXcpSlave(args[++i]);
         } else if (args[i] == "--listen") {
             if (i + 1 >= args.size()) throw UsageError("--listen needs [HOST:]PORT");
             peers.setListen(args[++i]);
@@ -138,7 +141,7 @@ int cmdRun(const Args& args) {
     }
     if (args.empty() || applets.empty()) {
         throw UsageError("expected PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... "
-                         "[--listen [HOST:]PORT] [--vars FILE.json] [--vars-out FILE.json] [--answer WORD] [--log FILE] "
+                         "[--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] [--vars FILE.json] [--vars-out FILE.json] [--answer WORD] [--log FILE] "
                          "[--for SECONDS] [--main] [--keys STROKES]");
     }
     if (!replayFile.empty() && seconds >= 0) throw UsageError("--for is for a live measurement, not with --replay");
@@ -422,7 +425,7 @@ int cmdDemo(const Args& args) {
     return 0;
 }
 
-Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... [--listen [HOST:]PORT] [--vars FILE.json] [--vars-out FILE.json] [--answer ok|cancel|yes|no] [--log FILE] [--for SECONDS] [--main] [--keys STROKES]",
+Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... [--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] [--vars FILE.json] [--vars-out FILE.json] [--answer ok|cancel|yes|no] [--log FILE] [--for SECONDS] [--main] [--keys STROKES]",
                 "run compiled applets on the bus: replay a candump log, or a live measurement", cmdRun,
                 "Loads the compiled modules of the applets and starts the measurement. With --replay\n"
                 "it feeds the frames of a candump log ((time) channel id#data, CAN FD ##) as\n"
@@ -430,8 +433,9 @@ Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [
                 "until SIGINT/SIGTERM or for --for SECONDS. Every frame the applets send is written\n"
                 "as it goes out, in the same format (to stdout without --out). A signal stops the\n"
                 "measurement cleanly (the stop handlers run) and exits with 130/143. --ecu puts a\n"
-                "simulated ECU on the bus (repeatable); --listen serves the bus over the socketcand\n"
-                "protocol, so outside tools see the applets' frames and can send to them. --vars\n"
+                "simulated ECU on the bus, --xcp-slave a simulated XCP slave (both repeatable);\n"
+                "--listen serves the bus over the socketcand protocol, so outside tools see the\n"
+                "applets' frames and can send to them. --vars\n"
                 "creates system variables from a JSON file before the start; --vars-out writes every\n"
                 "variable at the stop. Message boxes are answered on a TTY, else by --answer (default\n"
                 "ok); the buzzer rings the terminal bell; flow progress is a bar on a TTY; applet log\n"
