@@ -1,87 +1,30 @@
-// The XCP master on the virtual bus against a minimal answering slave node: SHORT_UPLOAD round
-// trips, and an UPLOAD of 64 KB that the node answers in slave block mode.
+// The XCP master on the virtual bus against the simulated slave: SHORT_UPLOAD round trips, and
+// an UPLOAD of 64 KB that the slave answers in slave block mode.
 
 #include <benchmark/benchmark.h>
 
-#include <condition_variable>
-#include <deque>
-#include <mutex>
-#include <thread>
+#include <memory>
+#include <string>
 #include <vector>
 
 #include "host/HostBridge.h"
 #include "host/xcp/xcp_master.h"
+#include "host/xcp/xcp_slave.h"
 
 namespace {
 
 constexpr int kChannel = 0;
 constexpr uint32_t kMasterId = 0x600, kSlaveId = 0x601;
 
-// Answers CONNECT (block mode, MAX_CTO 8), SET_MTA, SHORT_UPLOAD and UPLOAD from a pattern.
-class SlaveNode {
-public:
-    SlaveNode() {
-        node_ = hostbridge::attachNode([this](const std::shared_ptr<MsgHeaderBase>& m) {
-            const auto* h = KELN::CanMsgAnalyse::getCanHeader(m);
-            if (h == nullptr || h->identifier != kMasterId || h->length == 0) return;
-            const uint8_t* d = KELN::CanMsgAnalyse::getCanData(m);
-            std::lock_guard<std::mutex> lock(mutex_);
-            requests_.emplace_back(d, d + h->length);
-            cv_.notify_one();
-        });
-        thread_ = std::thread([this] { run(); });
-    }
-    ~SlaveNode() {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            stop_ = true;
-        }
-        cv_.notify_one();
-        thread_.join();
-        hostbridge::detachNode(node_);
-    }
-
-private:
-    void answer(const std::vector<uint8_t>& a) {
-        hostbridge::nodeSend(node_, hostbridge::makeCanFrame(0, kChannel, kSlaveId, false, false, false, a.data(),
-                                                             static_cast<int>(a.size())));
-    }
-    void run() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        for (;;) {
-            cv_.wait(lock, [this] { return stop_ || !requests_.empty(); });
-            if (stop_) return;
-            const std::vector<uint8_t> r = requests_.front();
-            requests_.pop_front();
-            lock.unlock();
-            switch (r[0]) {
-            case 0xFF: answer({0xFF, 0x15, 0x40, 8, 8, 0, 1, 1}); break;
-            case 0xF4: {
-                std::vector<uint8_t> a{0xFF};
-                for (int i = 0; i < r[1]; ++i) a.push_back(static_cast<uint8_t>(i));
-                answer(a);
-                break;
-            }
-            case 0xF5:
-                for (int left = r[1]; left > 0; left -= 7) {
-                    std::vector<uint8_t> a{0xFF};
-                    for (int i = 0; i < std::min(left, 7); ++i) a.push_back(static_cast<uint8_t>(i));
-                    answer(a);
-                }
-                break;
-            default: answer({0xFF}); break;
-            }
-            lock.lock();
-        }
-    }
-
-    int node_ = 0;
-    std::mutex mutex_;
-    std::condition_variable cv_;
-    std::deque<std::vector<uint8_t>> requests_;
-    bool stop_ = false;
-    std::thread thread_;
-};
+// The simulated slave with 64 KB of memory at address 0, answering in slave block mode.
+std::unique_ptr<hostxcp::XcpSlaveNode> startSlave() {
+    const std::string text = R"({"name": "bench", "can": {"master_id": "0x600", "slave_id": "0x601"},
+        "memory": [{"name": "all", "address": 0, "size": 65536, "fill": "0x5A"}]})";
+    hostxcp::XcpSlaveConfig config;
+    std::string error;
+    if (!hostxcp::parseXcpSlaveConfig(text, "bench", config, error)) return nullptr;
+    return std::make_unique<hostxcp::XcpSlaveNode>(config);
+}
 
 uint32_t connectSlave() {
     XcpCanCfg can{};
@@ -105,8 +48,8 @@ void BM_XcpShortUploadRoundTrip(benchmark::State& state) {
     hostxcp::resetAll();
     device_control_interface::startup({});
     {
-        SlaveNode node;
-        const uint32_t hand = connectSlave();
+        const auto slave = startSlave();
+        const uint32_t hand = slave ? connectSlave() : 0;
         if (hand == 0) state.SkipWithError("no connection");
         uint8_t buf[8];
         for (auto _ : state) {
@@ -127,8 +70,8 @@ void BM_XcpUpload64KB(benchmark::State& state) {
     hostxcp::resetAll();
     device_control_interface::startup({});
     {
-        SlaveNode node;
-        const uint32_t hand = connectSlave();
+        const auto slave = startSlave();
+        const uint32_t hand = slave ? connectSlave() : 0;
         if (hand == 0) state.SkipWithError("no connection");
         std::vector<uint8_t> data(65536);
         uint8_t buf[8];
