@@ -284,11 +284,18 @@ const char* const kDemoEcu = R"({
   "dids": [{"id": "F190", "ascii": "WRUVO0SIMULATED01"}]
 })";
 
+// An engine controller reached over XCP in the demo: its speed is measured at 0x1000.
+const char* const kDemoXcpSlave = R"({
+  "name": "engine_xcp",
+  "can": {"channel": 0, "master_id": "0x700", "slave_id": "0x701", "broadcast_id": "0x7FF"},
+  "memory": [{"name": "engine_speed", "address": "0x1000", "size": 2, "bytes": "B8 0B"}]
+})";
+
 // Part two of the demo: an applet diagnoses a simulated ECU over ISO-TP on the bus.
 void diagnoseDemoEcu(const std::string& project) {
     const char* t = "tester";
     std::printf("5. applet \"%s\" reads the responder's system variable, then the VIN of a simulated ECU\n"
-                "   (UDS over ISO-TP) at measurement start\n", t);
+                "   (UDS over ISO-TP) and the engine speed from its XCP slave at measurement start\n", t);
     ruvo_sdk::createRuvo(t, AT_TOOL);
     ruvo_sdk::genDefaultMainFunction(t);
     ruvo_sdk::createRuvoFunc(t, "on_start_diagnose", RFT_PROGRAM_START, nullptr, 0);
@@ -316,7 +323,25 @@ void diagnoseDemoEcu(const std::string& project) {
          "request.MessageData[0] = 0x10; request.MessageData[1] = 0x02;  // a session the ECU lacks\n"
          "if (com.send_and_recv_uds_msg(&ecu, &request, &answer, 3000) != 0) {\n"
          "    clog.warn(\"tester: the ECU refused session 02, as expected\");\n"
-         "}");
+         "}\n"
+         "// The engine speed from the engine's XCP slave: CONNECT, then SHORT_UPLOAD of 2 bytes.\n"
+         "uint16_t xcp_ch = 0;\n"
+         "XcpCanCfg can_cfg = {0};\n"
+         "can_cfg.clk_mhz = 24; can_cfg.baud.prescaler = 3; can_cfg.baud.num_seg1 = 13;\n"
+         "can_cfg.baud.num_seg2 = 2; can_cfg.baud.num_sjw = 2;\n"
+         "XcpTransportLayerCan trans_layer = {0x7FF, 0x700, 0x701, 0};\n"
+         "XcpProtocolLayerCfg proto_layer = {0};\n"
+         "proto_layer.T1 = 500; proto_layer.AddressGranularity = 1; proto_layer.Retries = 1;\n"
+         "uint32_t xcp_hand = 0;\n"
+         "uint8_t cto_buf[8] = {0};\n"
+         "if (xcp.initialize_can(&xcp_ch, 0, can_cfg) == XCP_ERR_SUCCESS &&\n"
+         "    xcp.add_slave(xcp_ch, trans_layer, proto_layer, &xcp_hand) == XCP_ERR_SUCCESS &&\n"
+         "    xcp.connect_ff(xcp_hand, 0, cto_buf, 8) == XCP_ERR_SUCCESS &&\n"
+         "    xcp.short_upload_f4(xcp_hand, 2, 0, 0x1000, cto_buf, 8) == XCP_ERR_SUCCESS) {\n"
+         "    clog.info(\"tester: engine speed %u rpm, read over XCP\", cto_buf[1] | cto_buf[2] << 8);\n"
+         "}\n"
+         "xcp.remove_slave(xcp_hand);\n"
+         "xcp.uninitialize(xcp_ch);");
     // A timer: runs every 50 ms while the measurement runs.
     ruvo_sdk::insertTimer(t, "heartbeat", 50);
     body(t, "on_heartbeat_timer",
@@ -336,6 +361,8 @@ void diagnoseDemoEcu(const std::string& project) {
     loadModule(t);
     const std::string ecuFile = project + "/engine_ecu.json";
     std::ofstream(ecuFile) << kDemoEcu;
+    const std::string xcpFile = project + "/engine_xcp.json";
+    std::ofstream(xcpFile) << kDemoXcpSlave;
     std::printf("7. measurement with the ECU of %s; the frames on the bus:\n", ecuFile.c_str());
     std::fflush(stdout);
     std::mutex mutex;
@@ -354,7 +381,7 @@ void diagnoseDemoEcu(const std::string& project) {
     });
     {
         BusPeers peers;
-        peers.startEcus({ecuFile});
+        peers.startEcus({ecuFile, xcpFile});
         runLive(0.2, FrameSink(), [] { return false; });
     }
     hostbridge::detachNode(monitor);
