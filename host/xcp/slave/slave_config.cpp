@@ -13,6 +13,7 @@
 #include <memory>
 #include <set>
 
+#include "host/json_config.h"
 #include "host/xcp/slave/slave_names.h"
 #include "host/xcp/xcp_protocol.h"
 #include "host/xcp/xcp_slave.h"
@@ -21,150 +22,13 @@ namespace hostxcp {
 
 namespace {
 
-constexpr std::streamoff kMaxFileSize = 16 * 1024 * 1024;
 // All memory of one slave together.
 constexpr size_t kMaxMemory = 64 * 1024 * 1024;
 
-struct ConfigError {
-    std::string key;
-    std::string problem;
-};
+using hostbridge::jsonconfig::fail;
+using hostbridge::jsonconfig::indexKey;
+using hostbridge::jsonconfig::Node;
 
-[[noreturn]] void fail(const std::string& key, const std::string& problem) { throw ConfigError{key, problem}; }
-
-std::string hex(uint32_t value) {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%X", static_cast<unsigned>(value));
-    return text;
-}
-
-int hexDigit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-std::string indexKey(const std::string& key, int index) { return key + "[" + std::to_string(index) + "]"; }
-
-// One JSON object and where it sits in the file, for errors that name the key.
-class Node {
-public:
-    Node(const cJSON* json, std::string path) : json_(json), path_(std::move(path)) {
-        if (!cJSON_IsObject(json_)) fail(path_.empty() ? "(top)" : path_, "must be an object");
-    }
-
-    // A misspelt key would silently change the slave: every key must be known, and given once.
-    // Keys that begin with "_" are comments.
-    void allowOnly(std::initializer_list<const char*> allowed) const {
-        std::set<std::string> seen;
-        for (const cJSON* item = json_->child; item != nullptr; item = item->next) {
-            const std::string name = item->string != nullptr ? item->string : "";
-            if (!name.empty() && name[0] == '_') continue;
-            if (std::none_of(allowed.begin(), allowed.end(), [&](const char* a) { return name == a; }))
-                fail(key(name), "unknown key");
-            if (!seen.insert(name).second) fail(key(name), "given twice");
-        }
-    }
-
-    std::string key(const std::string& name) const { return path_.empty() ? name : path_ + "." + name; }
-    const cJSON* get(const char* name) const { return cJSON_GetObjectItemCaseSensitive(json_, name); }
-    bool has(const char* name) const { return get(name) != nullptr; }
-
-    Node object(const char* name) const {
-        const cJSON* item = get(name);
-        if (item == nullptr) fail(key(name), "missing");
-        return Node(item, key(name));
-    }
-
-    // A JSON number is decimal; a string is hexadecimal, with or without "0x".
-    uint32_t number(const char* name, uint32_t min, uint32_t max) const {
-        const cJSON* item = get(name);
-        if (item == nullptr) fail(key(name), "missing");
-        return numberOf(item, key(name), min, max);
-    }
-    uint32_t number(const char* name, uint32_t min, uint32_t max, uint32_t fallback) const {
-        return has(name) ? number(name, min, max) : fallback;
-    }
-
-    bool flag(const char* name, bool fallback) const {
-        const cJSON* item = get(name);
-        if (item == nullptr) return fallback;
-        if (!cJSON_IsBool(item)) fail(key(name), "must be true or false");
-        return cJSON_IsTrue(item);
-    }
-
-    std::string text(const char* name, size_t maxLength) const {
-        const cJSON* item = get(name);
-        if (!cJSON_IsString(item)) fail(key(name), "must be a string");
-        std::string value = item->valuestring;
-        if (value.size() > maxLength) fail(key(name), "longer than " + std::to_string(maxLength) + " characters");
-        return value;
-    }
-
-    // Pairs of hex digits, blanks allowed between bytes.
-    std::vector<uint8_t> bytes(const char* name, size_t maxLength) const {
-        const cJSON* item = get(name);
-        if (item == nullptr) return {};
-        if (!cJSON_IsString(item)) fail(key(name), "must be a string of hex bytes");
-        std::vector<uint8_t> out;
-        for (const char* p = item->valuestring; *p != '\0';) {
-            if (*p == ' ') {
-                ++p;
-                continue;
-            }
-            const int high = hexDigit(p[0]);
-            const int low = high < 0 ? -1 : hexDigit(p[1]);
-            if (high < 0 || low < 0) fail(key(name), "not a string of hex bytes (two hex digits per byte)");
-            if (out.size() == maxLength) fail(key(name), "longer than " + std::to_string(maxLength) + " bytes");
-            out.push_back(static_cast<uint8_t>(high * 16 + low));
-            p += 2;
-        }
-        return out;
-    }
-
-    const cJSON* array(const char* name, size_t maxItems) const {
-        const cJSON* item = get(name);
-        if (item == nullptr) return nullptr;
-        if (!cJSON_IsArray(item)) fail(key(name), "must be an array");
-        if (static_cast<size_t>(cJSON_GetArraySize(item)) > maxItems)
-            fail(key(name), "more than " + std::to_string(maxItems) + " entries");
-        return item;
-    }
-
-    static uint32_t hexNumber(const char* p, const std::string& key, uint32_t min, uint32_t max) {
-        if (p[0] == '0' && (p[1] == 'x' || p[1] == 'X')) p += 2;
-        if (*p == '\0') fail(key, "empty hex number");
-        double value = 0;
-        for (; *p != '\0'; ++p) {
-            const int digit = hexDigit(*p);
-            if (digit < 0) fail(key, "not a hex number");
-            value = value * 16 + digit;
-            if (value > max) break;
-        }
-        if (value < min || value > max) fail(key, "out of range (" + hex(min) + " to " + hex(max) + ")");
-        return static_cast<uint32_t>(value);
-    }
-
-    static uint32_t numberOf(const cJSON* item, const std::string& key, uint32_t min, uint32_t max) {
-        double value = 0;
-        if (cJSON_IsNumber(item)) {
-            value = item->valuedouble;
-            if (!std::isfinite(value) || value != std::floor(value)) fail(key, "must be a whole number");
-        } else if (cJSON_IsString(item)) {
-            return hexNumber(item->valuestring, key, min, max);
-        } else {
-            fail(key, "must be a number or a hex string");
-        }
-        if (value < min || value > max)
-            fail(key, "out of range (" + std::to_string(min) + " to " + std::to_string(max) + ")");
-        return static_cast<uint32_t>(value);
-    }
-
-private:
-    const cJSON* json_;
-    std::string path_;
-};
 
 // One of the given words.
 template <typename T>
@@ -473,25 +337,9 @@ void readConfig(const cJSON* root, XcpSlaveConfig& c) {
 
 }  // namespace
 
-bool parseXcpSlaveConfig(const std::string& text, const std::string& fileName, XcpSlaveConfig& config,
-                         std::string& error) {
-    const char* end = nullptr;
-    std::unique_ptr<cJSON, void (*)(cJSON*)> root(cJSON_ParseWithLengthOpts(text.data(), text.size(), &end, false),
-                                                  cJSON_Delete);
-    size_t offset = end != nullptr && end >= text.data() ? static_cast<size_t>(end - text.data()) : 0;
-    offset = std::min(offset, text.size());
-    const size_t rest = text.find_first_not_of(" \t\r\n", offset);
-    if (!root || rest != std::string::npos) {
-        if (root) offset = rest;
-        const auto line = 1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(offset), '\n');
-        error = fileName + ": line " + std::to_string(line) + ": not valid JSON";
-        return false;
-    }
+bool parseXcpSlaveConfig(const std::string& text, const std::string& fileName, XcpSlaveConfig& config, std::string& error) {
     XcpSlaveConfig parsed;
-    try {
-        readConfig(root.get(), parsed);
-    } catch (const ConfigError& e) {
-        error = fileName + ": " + e.key + ": " + e.problem;
+    if (!hostbridge::jsonconfig::parseDocument(text, fileName, [&](const cJSON* root) { readConfig(root, parsed); }, error)) {
         return false;
     }
     config = std::move(parsed);
@@ -499,24 +347,8 @@ bool parseXcpSlaveConfig(const std::string& text, const std::string& fileName, X
 }
 
 bool loadXcpSlaveConfig(const std::string& path, XcpSlaveConfig& config, std::string& error) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) {
-        error = path + ": cannot open: " + std::strerror(errno);
-        return false;
-    }
-    in.seekg(0, std::ios::end);
-    const std::streamoff size = in.tellg();
-    if (size < 0 || size > kMaxFileSize) {
-        error = path + ": not a readable file of at most 16 MB";
-        return false;
-    }
-    in.seekg(0, std::ios::beg);
-    std::string text(static_cast<size_t>(size), '\0');
-    if (!in.read(&text[0], size)) {
-        error = path + ": read failed";
-        return false;
-    }
-    return parseXcpSlaveConfig(text, path, config, error);
+    std::string text;
+    return hostbridge::jsonconfig::readDescription(path, text, error) && parseXcpSlaveConfig(text, path, config, error);
 }
 
 }  // namespace hostxcp
