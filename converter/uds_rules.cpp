@@ -5,6 +5,10 @@
 
 #include <algorithm>
 #include <climits>
+#include <initializer_list>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "converter/text_rules.h"
 
@@ -81,11 +85,12 @@ void channelRewrite(std::string& text, const std::string& source, const std::str
     text.swap(out);
 }
 
+// The steps are numbered (and tested) as below; a step with several rows runs them top down.
 void udsBlock(std::string& text, ChainContext& ctx) {
-    // 1, 2
+    // 1, 2: the channel, and the copy of the record the device has no use for.
     channelRewrite(text, "ecuinfo.appconfig.channel", "e.CH", ctx);
     replaceAll(text, "KelnDiagnosisInfo& safe_e = ecuinfo;", "");
-    // 3
+    // 3: the record type first, so that the second record's declaration reads "Ecu_t tmpecu".
     replaceEach(text, {{"KelnDiagnosisInfo", "Ecu_t"},
                        {"ecuinfo.uds.protocol.docan.diagnose_type", "e.Mtype"},
                        {"ecuinfo.uds.protocol.docan.N_AE", "e.AE"},
@@ -94,7 +99,7 @@ void udsBlock(std::string& text, ChainContext& ctx) {
                        {"Ecu_t tmpecu = ecuinfo", "Ecu_t tmp=e"},
                        {"tmpecu.appconfig.channel", "tmp.CH"},
                        {"tmpecu.uds.protocol.docan.diagnose_type", "tmp.Mtype"}});
-    // 4, 5
+    // 4, 5: the second record; an address type before the address it is longer than.
     dropLines(text, "tmpecu.uds.protocol.docan.use_fun_addr");
     replaceEach(text, {{"tmpecu.uds.protocol.docan.physical_address_type", "tmp.TAtype"},
                        {"tmpecu.uds.protocol.docan.response_address", "tmp.SA"},
@@ -114,10 +119,10 @@ void udsBlock(std::string& text, ChainContext& ctx) {
             if (ctx.definitions) ctx.definitions->push_back(line);
         }
     }
-    // 10
+    // 10: what the variable rewrite left of the byte-array reads.
     text = regexReplace(text, R"re(var\.get_system_var_uint8_array\(\"(.+?)\",&varlen,(.+?)\);)re",
                         "memcpy((uint8_t*)$2,$1,varlen);");
-    // 11: the send-and-receive call keeps "&ecuinfo" until step 15 makes it "&e".
+    // 11: the service calls. Send-and-receive keeps "&ecuinfo" until step 15 makes it "&e".
     regexEach(text, {{R"re(uint8_t recv.+;)re", "rlen = rcvmax;"},
                      {R"re(com.send_and_recv_uds_msg\(&ecuinfo, vsend, vrecv, .+\))re",
                       "uds_SendRecive(&ecuinfo,send,slen,rcv,&rlen)"},
@@ -128,16 +133,18 @@ void udsBlock(std::string& text, ChainContext& ctx) {
                      {R"re(com.uds_change_parameter\(&ecuinfo,(.+?),(.+?)\))re", "uds_ChangeParameter(&e,$1,$2)"}});
     // 12: the longer name first.
     replaceEach(text, {{"gen.get_date_time_ms", "sys_GetMs"}, {"gen.get_date_time", "sys_GetDataTime"}});
-    // 13
+    // 13: two fixed shapes, before step 16 renames the log call inside the first.
     text = regexReplace(
         text,
-        R"re(if \(\((.+)\+(.+)\) <= vrecv->MessageLen\)\s*\{\s*var\.set_system_var_uint8_array\(\"(.+)\", (.+), \(uint8_t\*\)&vrecv->MessageData\[(.+)\]\);\s*clog\.info\(\"set_system_var_uint8_array:\"\);\s*\})re",
+        R"re(if \(\((.+)\+(.+)\) <= vrecv->MessageLen\)\s*\{\s*)re"
+        R"re(var\.set_system_var_uint8_array\(\"(.+)\", (.+), \(uint8_t\*\)&vrecv->MessageData\[(.+)\]\);\s*)re"
+        R"re(clog\.info\(\"set_system_var_uint8_array:\"\);\s*\})re",
         "if(rlen>=$1+$2) memcpy((uint8_t*)&$3[0],(uint8_t*)rcv+$1,$2);");
     text = regexReplace(text, R"re(if\(!is_success && memcmp\(&(.+)\[(.+)\],(.+),sizeof\((.+)\)\)==0\))re",
                         "if(!is_success && memcmp(&rcv[$2],$3,sizeof($3))==0)");
     // The failure branch of that shape has a pattern but never had a replacement; it stays as is.
     [[maybe_unused]] const Regex failureBranch(R"re(else\{ret=0x201;return -1;\})re");
-    // 14, 15
+    // 14, 15: the deletes go before the record's name changes, or "delete e;" would stay.
     replaceEach(text, {{"delete ecuinfo;", ""}, {"delete vsend;", ""}, {"delete vrecv;", ""}});
     replaceEach(text, {{"ecuinfo->", "ecuinfo."}, {"ecuinfo", "e"}});
     // 16
@@ -148,7 +155,7 @@ void udsBlock(std::string& text, ChainContext& ctx) {
                        {"LOG_SUCCESS_FMT", "sys_Log"}});
     // 17: the buzzer call loses its first argument.
     text = regexReplace(text, R"re(com\.set_dev_buzz\(\s*[^,]+,)re", "hal_SetBuzzer(");
-    // 18
+    // 18: the one-button dialog waits for a key; any other dialog goes with its lines.
     text = regexReplace(text, R"re(ButtonType btns\[\] = \{ BT_OK \};com.show_procedure_box.*)re",
                         "hal_WaitKeyPress(1000);");
     dropLines(text, "ButtonType btns");
@@ -162,7 +169,7 @@ void udsBlock(std::string& text, ChainContext& ctx) {
                        {"u32", "uint32_t"},
                        {"u16", "uint16_t"},
                        {"u8", "uint8_t"}});
-    // 20 to 24
+    // 20 to 24: step 23 sees the record already as "e".
     replaceEach(text, {{"com.run_so_library", "uds_DlCall"},
                        {"CSVFile_Find", "sys_CsvFileFind"},
                        {"//ret=uds_SendRecive", "ret=uds_SendRecive"},

@@ -2,6 +2,7 @@
 // rules decides the output, and texts no applet would hold.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <string>
 #include <vector>
@@ -74,7 +75,8 @@ TEST(UdsAddressKind, UsesTheFunctionalPairOnlyWhenTheFirstAssignmentIsTrue) {
          "e.TA = 0x7E0;\n"
          "ecuinfo.uds.protocol.docan.functional_address = 0x7DF;\n"},
         {"no assignment", "ecuinfo.uds.protocol.docan.physical_address = 0x7E0;\n", "e.TA = 0x7E0;\n"},
-        {"a number is no assignment", "ecuinfo.uds.protocol.docan.use_fun_addr = 1;\necuinfo.uds.protocol.docan.functional_address = 1;\n",
+        {"a number is no assignment",
+         "ecuinfo.uds.protocol.docan.use_fun_addr = 1;\necuinfo.uds.protocol.docan.functional_address = 1;\n",
          "ecuinfo.uds.protocol.docan.use_fun_addr = 1;\necuinfo.uds.protocol.docan.functional_address = 1;\n"},
         {"the first assignment decides",
          "ecuinfo.uds.protocol.docan.use_fun_addr = false;\necuinfo.uds.protocol.docan.use_fun_addr = true;\n"
@@ -87,7 +89,8 @@ TEST(UdsAddressKind, UsesTheFunctionalPairOnlyWhenTheFirstAssignmentIsTrue) {
 
 TEST(UdsAddressKind, ReplacesTheTypeBeforeTheAddressItIsLongerThan) {
     const OrderCase cases[] = {
-        {"functional", "ecuinfo.uds.protocol.docan.use_fun_addr = true;\nt = ecuinfo.uds.protocol.docan.functional_address_type;",
+        {"functional",
+         "ecuinfo.uds.protocol.docan.use_fun_addr = true;\nt = ecuinfo.uds.protocol.docan.functional_address_type;",
          "ecuinfo.uds.protocol.docan.use_fun_addr = true;\nt = e.TAtype;",
          "ecuinfo.uds.protocol.docan.use_fun_addr = true;\nt = e.TA_type;"},
         {"physical", "t = ecuinfo.uds.protocol.docan.physical_address_type;", "t = e.TAtype;", "t = e.TA_type;"},
@@ -160,7 +163,8 @@ TEST(UdsBlock, RewritesEachRuleOnItsOwn) {
         {"8 send length", "vsend->MessageLen = 3;", "slen = 3;"},
         {"10 byte array read", "var.get_system_var_uint8_array(\"ns.buf\",&varlen,data);",
          "memcpy((uint8_t*)data,ns.buf,varlen);"},
-        {"10 shortest groups", "var.get_system_var_uint8_array(\"a\",&varlen,b);var.get_system_var_uint8_array(\"c\",&varlen,d);",
+        {"10 shortest groups",
+         "var.get_system_var_uint8_array(\"a\",&varlen,b);var.get_system_var_uint8_array(\"c\",&varlen,d);",
          "memcpy((uint8_t*)b,a,varlen);memcpy((uint8_t*)d,c,varlen);"},
         {"11.1 receive buffer", "  uint8_t recv[64] = {0};", "  rlen = rcvmax;"},
         {"11.2 send and receive", "ret = com.send_and_recv_uds_msg(&ecuinfo, vsend, vrecv, 1000);",
@@ -302,7 +306,8 @@ TEST(UdsCleanUp, EmptiesLinesFormatsAndConstantsAndNamesTheRun) {
          "a;\nstd::fstream f;\nKelnUds u;\nx = vrecv->MessageData[0];\nvsend->MessageData[0] = 1;\n"
          "tmpecu.uds.x = 1;\ncb.notify_process(1);\nstd::vector<int> v;\nb;\n",
          "sys_Log(\"run script feature\");\na;\nb;\n"},
-        {"formats", "sys_Log(\"%lf %lld %llu %ld %lu\");", "sys_Log(\"run script feature\");\nsys_Log(\"%f %d %u %d %u\");"},
+        {"formats", "sys_Log(\"%lf %lld %llu %ld %lu\");",
+         "sys_Log(\"run script feature\");\nsys_Log(\"%f %d %u %d %u\");"},
         {"constants", "f = 0x80000000; n = SYSTEM_VARIATE_ARRAY_MAX_SIZE;",
          "sys_Log(\"run script feature\");\nf = FIND_ONLY_COMPLETE_ROW; n = 64;"},
         {"empty lines", "a;\n\n  \n\n\tb;\nc;\n\n", "sys_Log(\"run script feature\");\na;\n\tb;\nc;\n"},
@@ -371,5 +376,66 @@ TEST(UdsRules, TakeARecordFromItsSettingsToTheDeviceForm) {
               "int32_t ret = uds_SendRecive(&e,send,slen,rcv,&rlen);\n"
               "sys_Log(\"answer %d\", (long long)ret);\n");
 }
+
+// Texts no applet holds: each comes through the diagnosis rules, the main-function rule, the XCP
+// table and the clean-up whole, rewritten only where a rule matches.
+struct HostileCase {
+    const char* name;
+    std::string input;
+    std::string expected;  // behind the run line
+};
+
+std::string repeat(const std::string& piece, size_t times) {
+    std::string out;
+    out.reserve(piece.size() * times);
+    for (size_t i = 0; i < times; ++i) out += piece;
+    return out;
+}
+
+const size_t megabyte = 1u << 20;
+
+std::vector<HostileCase> hostileCases() {
+    using namespace std::string_literals;
+    const std::string line = repeat("x = y + 1; ", megabyte / 11);
+    const std::string digits(megabyte, '9');
+    const std::string argument(megabyte, 'a');
+    return {
+        {"MegabyteLine", line + "\n", line + "\n"},
+        {"MegabyteChannelNumber", "ecuinfo.appconfig.channel = " + digits + ";\nnext;\n", "\nnext;\n"},
+        {"MegabyteXcpChannel", "xcpCanCh = " + digits + ";", "xcpCanCh = " + digits + ";"},
+        {"MegabyteCallArgument", "com.send_uds_sync(&ecuinfo," + argument + ");", "uds_Send(&e,send,slen);"},
+        {"MegabyteOfBlankLines", "a;\n" + repeat(" \n", megabyte / 2) + "b;\n", "a;\nb;\n"},
+        {"MegabyteOfDroppedLine", "vrecv" + line + "\nb;\n", "\nb;\n"},
+        {"NestedBraces", repeat("{\n", 50000) + repeat("}\n", 50000), repeat("{\n", 50000) + repeat("}\n", 50000)},
+        {"NulBytes", "a;\nx\0y;\nclog.info(\"\0\");\n"s, "a;\nx\0y;\nsys_Log(\"\0\");\n"s},
+        {"InvalidUtf8", "s = \"\xff\xfe\xc3\";\nclog.info(\"\xe4\xb8\");\n",
+         "s = \"\xff\xfe\xc3\";\nsys_Log(\"\xe4\xb8\");\n"},
+        {"UnterminatedStringAndComment", "clog.info(\"abc\n/* never closed\ncom.send_uds_sync(&ecuinfo,\n",
+         "sys_Log(\"abc\n/* never closed\ncom.send_uds_sync(&e,\n"},
+    };
+}
+
+class RulesOnHostileText : public ::testing::TestWithParam<HostileCase> {};
+
+TEST_P(RulesOnHostileText, PassesItThroughWhole) {
+    conv::ChainContext ctx = context();
+    ctx.mainNames = {"main_port"};
+    std::string text = GetParam().input;
+    conv::udsAddressKind(text);
+    conv::udsBlock(text, ctx);
+    conv::udsMainFunctionRule(text, ctx);
+    conv::xcpTable(text, ctx);
+    conv::udsCleanUp(text, "feature");
+    const std::string expected = "sys_Log(\"run script feature\");\n" + GetParam().expected;
+    // A megabyte in a failure message helps nobody: compare, then say where they part.
+    if (text != expected) {
+        const auto parted = std::mismatch(text.begin(), text.end(), expected.begin(), expected.end());
+        ADD_FAILURE() << "sizes " << text.size() << " and " << expected.size() << ", first difference at "
+                      << (parted.first - text.begin());
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Texts, RulesOnHostileText, ::testing::ValuesIn(hostileCases()),
+                         [](const ::testing::TestParamInfo<HostileCase>& info) { return std::string(info.param.name); });
 
 }  // namespace
