@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <map>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -384,6 +385,9 @@ struct HostileCase {
     std::string input;
     std::string expected;  // behind the run line
 };
+
+// Test listings show the case's name, not a megabyte.
+void PrintTo(const HostileCase& c, std::ostream* out) { *out << c.name; }
 
 std::string repeat(const std::string& piece, size_t times) {
     std::string out;
