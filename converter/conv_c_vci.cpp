@@ -4,22 +4,9 @@
 
 #include "converter/conv_code.h"
 #include "converter/text_rules.h"
-#include "converter/var_rewrite.h"
 #include "converter/vci_chain.h"
-#include "host/workstation.h"
 
 namespace conv {
-
-namespace {
-
-int deviceOfChannel(int channel) {
-    for (const ChannelMapping& m : device_info_interface::getDeviceMapping(NETWORK_CAN)) {
-        if (m.channel == channel) return m.deviceId;
-    }
-    return 0;
-}
-
-}  // namespace
 
 void Conv_C_Vci::setSettings(const AppPacket& in) {
     settings.lines = in.lines;
@@ -36,22 +23,14 @@ std::string Conv_C_Vci::Convert(const std::string& fileName, const std::string& 
         replaceAll(line, "%1", fileName);
         return line;
     }
-    ChainState state;
+    ChainState state = makeChainState(settings.text1, settings.text2);
     try {
         state.templates = loadTemplates(templateDir);
     } catch (const std::filesystem::filesystem_error& e) {
         std::printf("Conv_C_Vci::Convert filesystem err: %s\n", e.what());
     }
     state.runName = fileName;
-    state.ctx.appletName = settings.text1;
-    state.ctx.mainPort = settings.text2;
     state.ctx.definitions = &definitions;
-    if (!settings.text2.empty()) {
-        state.ctx.mainNames.push_back(settings.text2);
-        state.exported.push_back(settings.text2);
-    }
-    state.ctx.variableRewrite = [](std::string& t) { return rewriteVariables(t); };
-    state.ctx.channelOf = deviceOfChannel;
     std::string out = runChain(vciChain(), text, state);
     paths.insert(paths.end(), state.paths.begin(), state.paths.end());
     return out;

@@ -7,7 +7,9 @@
 #include <sstream>
 
 #include "converter/text_rules.h"
+#include "converter/var_rewrite.h"
 #include "converter/vci_text.h"
+#include "host/workstation.h"
 
 namespace conv {
 
@@ -162,6 +164,24 @@ void bigMessages(std::string& text, ChainState&) {
 void cleanUp(std::string& text, ChainState& state) { udsCleanUp(text, state.runName); }
 
 }  // namespace
+
+ChainState makeChainState(const std::string& appletName, const std::string& mainPort) {
+    ChainState state;
+    state.ctx.appletName = appletName;
+    state.ctx.mainPort = mainPort;
+    if (!mainPort.empty()) {
+        state.ctx.mainNames.push_back(mainPort);
+        state.exported.push_back(mainPort);
+    }
+    state.ctx.variableRewrite = [](std::string& t) { return rewriteVariables(t); };
+    state.ctx.channelOf = [](int channel) {
+        for (const ChannelMapping& m : device_info_interface::getDeviceMapping(NETWORK_CAN)) {
+            if (m.channel == channel) return m.deviceId;
+        }
+        return 0;
+    };
+    return state;
+}
 
 const std::vector<ChainStep>& vciChain() {
     static const std::vector<ChainStep> steps = {

@@ -22,6 +22,10 @@ struct ChainStep {
     void (*run)(std::string& text, ChainState& state);
 };
 
+// A state for one file of `appletName` whose main function is `mainPort`: the variable rewriting
+// and the host's channel mapping wired in.
+ChainState makeChainState(const std::string& appletName, const std::string& mainPort);
+
 // The 13 steps in their order.
 const std::vector<ChainStep>& vciChain();
 std::string runChain(const std::vector<ChainStep>& steps, std::string text, ChainState& state);
