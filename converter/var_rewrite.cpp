@@ -1,7 +1,10 @@
 #include "converter/var_rewrite.h"
 
 #include <cstdio>
+#include <map>
 #include <set>
+#include <string_view>
+#include <unordered_map>
 #include <stdexcept>
 
 #include "converter/text_rules.h"
@@ -138,6 +141,49 @@ std::string rewriteGet(const std::string& statement) {
 
 }  // namespace
 
+void replaceStatements(std::string& text, const std::vector<std::pair<std::string, std::string>>& rewrites) {
+    auto oneByOne = [&] {
+        for (const auto& [from, to] : rewrites) replaceAll(text, from, to);
+    };
+    // The first of equal statements replaces them all; the later ones find nothing.
+    std::map<size_t, std::unordered_map<std::string_view, size_t>> byLength;
+    for (size_t i = 0; i < rewrites.size(); ++i) {
+        const std::string& from = rewrites[i].first;
+        if (from.compare(0, 4, "var.") != 0 || from.find("var.", 1) != std::string::npos ||
+            rewrites[i].second.find("var.") != std::string::npos) {
+            return oneByOne();  // a statement inside another's text: only the order can tell
+        }
+        byLength[from.size()].emplace(from, i);
+    }
+    // Every occurrence, found in one walk over the places that start with "var.".
+    struct Hit {
+        size_t position;
+        size_t index;
+    };
+    std::vector<Hit> hits;
+    for (size_t p = text.find("var."); p != std::string::npos; p = text.find("var.", p + 1)) {
+        for (const auto& [length, statements] : byLength) {
+            if (p + length > text.size()) break;
+            const auto it = statements.find(std::string_view(text).substr(p, length));
+            if (it != statements.end()) hits.push_back({p, it->second});
+        }
+    }
+    for (size_t i = 1; i < hits.size(); ++i) {
+        const Hit& a = hits[i - 1];
+        if (a.position + rewrites[a.index].first.size() > hits[i].position) return oneByOne();
+    }
+    std::string out;
+    out.reserve(text.size());
+    size_t copied = 0;
+    for (const Hit& h : hits) {
+        out.append(text, copied, h.position - copied);
+        out += rewrites[h.index].second;
+        copied = h.position + rewrites[h.index].first.size();
+    }
+    out.append(text, copied, std::string::npos);
+    text.swap(out);
+}
+
 std::vector<std::string> rewriteVariables(std::string& text) {
     const Regex call("var.(g|s)et_system_var_[\\w\\d]+\\(\"(.+)\"\\,");
     const Regex statementEnd("(.*)\\);");
@@ -191,9 +237,11 @@ std::vector<std::string> rewriteVariables(std::string& text) {
     // Pass three: assignments the new locals make redundant.
     for (const std::string& line : removed) replaceAll(text, line, "");
 
-    // Passes four and five: the calls become copies.
-    for (const std::string& s : setCalls) replaceAll(text, s, rewriteSet(s));
-    for (const std::string& s : getCalls) replaceAll(text, s, rewriteGet(s));
+    // Passes four and five: the calls become copies, the set calls first.
+    std::vector<std::pair<std::string, std::string>> rewrites;
+    for (const std::string& s : setCalls) rewrites.emplace_back(s, rewriteSet(s));
+    for (const std::string& s : getCalls) rewrites.emplace_back(s, rewriteGet(s));
+    replaceStatements(text, rewrites);
     return definitions;
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "convert_support.h"
+#include "converter/text_rules.h"
 #include "converter/var_rewrite.h"
 
 namespace {
@@ -64,6 +65,25 @@ TEST_F(VarRewrite, SetPatternsAreTriedInTheirOrder) {
     conv::rewriteVariables(asOther);
     EXPECT_EQ(asString, "memcpy(Text_name,label,sizeof(label));");
     EXPECT_EQ(asOther, "memcpy(&Text_name,&label,sizeof(label));");
+}
+
+// The one-walk replacement gives what replacing one statement after another gives.
+TEST(ReplaceStatements, AgreesWithReplacingOneAfterAnother) {
+    using Rewrites = std::vector<std::pair<std::string, std::string>>;
+    const std::pair<std::string, Rewrites> cases[] = {
+        {"var.a(1); x var.b(2);\nvar.a(1);var.a(1)", {{"var.a(1);", "A"}, {"var.b(2);", "var.a(1);"}, {"var.a(1);", "C"}}},
+        {"var.a(var.b(1););", {{"var.b(1);", "B"}, {"var.a(var.b(1););", "A"}}},
+        {"var.ab(); var.a", {{"var.a", "X"}, {"var.ab();", "Y"}}},
+        {"var.abc var.ab", {{"var.ab", "1"}, {"var.abc", "2"}}},
+        {"", {{"var.x", "y"}}},
+    };
+    for (const auto& [text, rewrites] : cases) {
+        std::string fast = text;
+        conv::replaceStatements(fast, rewrites);
+        std::string slow = text;
+        for (const auto& [from, to] : rewrites) conv::replaceAll(slow, from, to);
+        EXPECT_EQ(fast, slow) << text;
+    }
 }
 
 TEST_F(VarRewrite, AnyTextPassesWithoutHarm) {
