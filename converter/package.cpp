@@ -136,6 +136,10 @@ int writeVciPackage(const PackageRequest& request, const std::string& targetDir,
         if (converter.ConvCode(in, out) != 0) throw Failure("conversion failed: " + converter.lastError());
         const std::vector<std::string> definitions = converter.getVarDefines();
 
+        if (!code.empty() && fs::exists(code, ec) &&
+            inside(fs::weakly_canonical(targetDir), fs::canonical(code))) {
+            throw Failure("the target " + targetDir + " lies inside the applet's code directory");
+        }
         try {
             fs::create_directories(targetDir);
         } catch (const fs::filesystem_error& e) {
@@ -143,7 +147,7 @@ int writeVciPackage(const PackageRequest& request, const std::string& targetDir,
             throw Failure(std::string("拒绝访问：") + e.what());
         }
         const fs::path target = fs::canonical(targetDir);
-        if (!code.empty() && fs::exists(code, ec) && inside(target, fs::canonical(code))) {
+        if (!code.empty() && fs::exists(code, ec) && inside(target, fs::canonical(code))) {  // through a link
             throw Failure("the target " + target.string() + " lies inside the applet's code directory");
         }
         const fs::path appletDir = target / name;

@@ -114,6 +114,7 @@ TEST(Package, RefusesATargetInsideTheCodeDirectoryAndBadNames) {
     EXPECT_EQ(conv::writeVciPackage(requestFor(dir), dir.file("App_code/pkg"), result), -1);
     EXPECT_NE(result.error.find("inside the applet's code directory"), std::string::npos) << result.error;
     EXPECT_EQ(slurp(dir.file("App_code/main.cpp")), "go();\n");
+    EXPECT_FALSE(fs::exists(dir.file("App_code/pkg")));
     conv::PackageRequest bad = requestFor(dir);
     for (const char* name : {"", "..", "a/b"}) {
         bad.appletName = name;
