@@ -3,6 +3,7 @@
 // enumerations and classes their signatures use.
 
 #include <string>
+#include <vector>
 
 #include "RuvoManager/RuvoManager.h"
 #include "build/AppletCompiler.h"
@@ -125,6 +126,16 @@ RUVO_API int compileRuvoNoSave(const char* applet, RuvoCompileCallback callback)
 RUVO_API void stopCompileRuvo(const char* applet);
 // Always 0; the formatter's own output goes to standard output.
 RUVO_API int formatFile(const char* path);
+
+// ---- conversion to device scripts ----
+// Converts the applet's generated sources on disk into a device script package in targetDir:
+// targetDir/main.cpp starts it, targetDir/NAME/ holds the converted files. `list` holds `count`
+// strings handed to the converter. 0, or -1 (unknown applet, failed conversion: the target
+// stays as it was) with the reason logged.
+RUVO_API int transCCodeToVciCode(const char* name, const char* targetDir, char** list, int count);
+// The same, with the paths written (relative to targetDir) and the reason of a failure.
+RUVO_API int transCCodeToVciCode(const char* name, const char* targetDir, char** list, int count,
+                                 std::vector<std::string>* written, std::string* error);
 
 // ---- event bindings ----
 RUVO_API int insertKeyboardEvent(const char* applet, const char* key, const char* const* parts,

@@ -67,7 +67,7 @@ void printUsage(std::FILE* out) {
                  "       ruvo help [COMMAND] | ruvo COMMAND --help | ruvo --version\n\ncommands:\n");
     // The road of a session first; commands not named here follow in registration order.
     static const char* const kOrder[] = {"new", "list", "show", "rm", "func", "bind", "unbind",
-                                         "gen", "compile", "run", "exec", "demo"};
+                                         "gen", "convert", "compile", "run", "exec", "demo"};
     std::vector<const cli::Command*> listed;
     for (const char* name : kOrder) {
         if (const cli::Command* c = findCommand(name)) listed.push_back(c);

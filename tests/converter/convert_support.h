@@ -1,0 +1,47 @@
+#pragma once
+// Shared by the converter tests: the system variables every case may use, golden comparison.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include "host/vars/system_variate.h"
+#include "test_support.h"
+
+namespace convert_test {
+
+// One variable of each of the ten kinds.
+inline void defineVariables() {
+    variate_interface::ClearVariates();
+    struct V {
+        int32_t category;
+        const char* ns;
+        const char* name;
+    };
+    const V vars[] = {{1, "Engine", "rpm"},   {2, "Engine", "count"}, {3, "Big", "i64"},      {4, "Big", "u64"},
+                      {5, "Engine", "speed"}, {6, "Text", "name"},    {7, "Bus", "bytes"},    {8, "Bus", "ints"},
+                      {9, "Bus", "longs"},    {10, "Bus", "doubles"}, {5, "", "plain"}};
+    for (const V& v : vars) {
+        SystemVarDef def(v.category);
+        std::strncpy(def.name, v.name, sizeof def.name - 1);
+        std::strncpy(def.nameSpace, v.ns, sizeof def.nameSpace - 1);
+        if (v.category >= 6) def.arraySize = 16;
+        ASSERT_EQ(variate_interface::CreateVariate(def), VAR_OK) << v.name;
+    }
+}
+
+inline bool updating() { return std::getenv("RUVO_UPDATE_GOLDEN") != nullptr; }
+
+// Compares with the golden file, or rewrites it under RUVO_UPDATE_GOLDEN.
+inline void expectGolden(const std::string& actual, const std::string& goldenPath) {
+    if (updating()) std::ofstream(goldenPath, std::ios::binary) << actual;
+    const std::string expected = testing_support::slurp(goldenPath);
+    EXPECT_EQ(actual, expected) << "the converted text differs from " << goldenPath
+                                << "; if the change is intended, regenerate with RUVO_UPDATE_GOLDEN=1 "
+                                   "out/bin/converter_tests";
+}
+
+}  // namespace convert_test

@@ -1,0 +1,1 @@
+sys_Log("native.cpp: vci script is not support");

@@ -1,0 +1,2 @@
+// disabled for vci
+int native_only();
