@@ -1,38 +1,24 @@
-
-
-
-
-
-
-
-
-
-
-
-
-
-
+sys_Log("run script main.cpp");
 
 void mainRun() { try {
-    KelnDiagnosisInfo& safe_e = ecuinfo;
-    ecuinfo.uds.protocol.docan.use_fun_addr = true;
-    ecuinfo.uds.protocol.docan.functional_address = 0x7DF;
-    ecuinfo.uds.protocol.docan.physical_address = 0x7E0;
-    ecuinfo.uds.protocol.docan.response_address = 0x7E8;
-    ecuinfo.appconfig.channel = 1;
-    ecuinfo.uds.p2time = 50;
-    vsend->MessageData[0] = 0x22;
-    vsend->MessageLen = 3;
-    s32 ret = com.send_and_recv_uds_msg(&ecuinfo, vsend, vrecv, 1000);
-    var.set_system_var_string("Text.name",(char*)&vrecv->MessageData[3]);
-    var.set_system_var_uint8_array("Bus.bytes", 8, (uint8_t*)&vrecv->MessageData[2]);
+    e.TA = 0x7DF;
+    e.SA = 0x7E8;
+    e.CH = 1;
+    e.P2Timeout=50;
+    slen = 3;
+    int32_t ret = uds_SendRecive(&e,send,slen,rcv,&rlen);
+    if(rlen>3) memcpy(Text_name,(char*)&rcv[3],rlen-3);
+    if (rlen>2) {
+	uint32_t copyLen = rlen-2< 8?rlen-2: 8;
+	memcpy(Bus_bytes,(uint8_t*)&rcv[2],copyLen);
+	Bus_bytes[copyLen] = '\0';
+} else {
+	Bus_bytes[0] = '\0';
+}
     double speed = 0;
-    var.get_system_var_double("Engine.speed",&speed);
-    var.set_system_var_double("Engine.speed",Engine_speed);
-    // clog.info("Engine.speed is %lf") stays a comment; "var.get_system_var_int32(" in a string:
+    memcpy(&speed,&Engine_speed,varlen);
+    // sys_Log("Engine.speed is %f") stays a comment; "var.get_system_var_int32(" in a string:
     const char* s = "var.get_system_var_int32(\"Engine.rpm\",&x);";
-    clog.info("speed %lf ret %lld", speed, (s64)ret);
-    std::string unused = "x";
+    sys_Log("speed %f ret %d", speed, (int64_t)ret);
     return 0;
-
  } catch (...) {  } } // CODE BLOCK END
