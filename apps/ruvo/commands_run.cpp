@@ -448,6 +448,17 @@ int cmdDemo(const Args& args) {
     std::printf("4. the applet sent %zu frames:\n", sent.size());
     for (const auto& f : sent) std::printf("%s\n", canlog::formatLine(".log", f).c_str());
     ruvo_sdk::unloadRuvoMp(a);
+    // The same applet as a script for the measurement device.
+    if (ruvo_sdk::generateCodeFiles(a, "") != 0) throw std::runtime_error("cannot write the responder's files");
+    std::vector<std::string> written;
+    std::string error;
+    const std::string package = project + "/device_package";
+    if (ruvo_sdk::transCCodeToVciCode(a, package.c_str(), nullptr, 0, &written, &error) != 0) {
+        throw std::runtime_error("the responder did not convert: " + error);
+    }
+    std::printf("   converted for the measurement device into %s:", package.c_str());
+    for (const auto& file : written) std::printf(" %s", file.c_str());
+    std::printf("\n");
     diagnoseDemoEcu(project);
     return 0;
 }

@@ -14,5 +14,6 @@ grep -q "tester: the responder's system variable demo.replies holds 3" "$work/ou
 grep -q "can0 7E8#037F1012CCCCCCCC" "$work/out.txt" || fail "the ECU's refusal on the bus"
 grep -q "can0 321#01" "$work/out.txt" || fail "the tester's timer heartbeat"
 grep -q "tester: engine speed 3000 rpm, read over XCP" "$work/out.txt" || fail "the XCP read"
+grep -q "converted for the measurement device into .*responder/on_can_rx_request.cpp.* main.cpp$" "$work/out.txt" || fail "the conversion"
 [ -z "$(ls -d "$work"/ruvo_demo_* 2>/dev/null)" ] || fail "the demo project was left behind"
 echo "demo: all checks passed"
