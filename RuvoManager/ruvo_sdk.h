@@ -7,6 +7,7 @@
 
 #include "RuvoManager/RuvoManager.h"
 #include "build/AppletCompiler.h"
+#include "catalogues/sample_catalogue.h"
 #include "platform/export.h"
 #include "model/MpRuvo.h"
 #include "model/keln_types.h"
@@ -230,5 +231,16 @@ RUVO_API int registerUICloseCallback(KelnCloseRuvoBoxCallback callback);
 // The applet's own log window: every clog *_ex line of that applet, with its level. -1 for an
 // unknown applet (nothing changes).
 RUVO_API int registerLogCallBack(const char* applet, RuvoLogCallBack callback);
+
+// ---- sample catalogue ----
+// Read once, on first use, from PROJECT/RuvoManager/inc/sample/sample.json, PROJECT being the
+// project path at that moment. A missing file is an empty catalogue.
+RUVO_API int getSamplesClassCount(int* count);
+// Up to `capacity` classes in name order; names[i] points into the catalogue. 0, or -1 for a
+// null array.
+RUVO_API int getSamplesClass(char** names, int* priorities, int* sampleCounts, int capacity);
+// Zeroes `capacity` records and fills them with the class's samples in file order; the texts
+// point into the catalogue. An unknown class is created, empty. 0, or -1 for a null argument.
+RUVO_API int getSample(const char* className, sample_s* out, int capacity);
 
 }  // namespace ruvo_sdk

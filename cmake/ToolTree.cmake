@@ -52,9 +52,16 @@ foreach(lib HostBridge VarStore DeviceHub CommonKit)
        ${RUVO_TOOL_ROOT}/KELN_Ruvo_Lib/lib${lib}.so)
 endforeach()
 
+# The sample catalogue lies below the installation directory itself, beside Ruvo/.
+file(GLOB sample_texts CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/RuvoManager/inc/sample/*)
+set(RUVO_SAMPLE_DIR ${CMAKE_BINARY_DIR}/RuvoManager/inc/sample)
+list(APPEND steps COMMAND ${CMAKE_COMMAND} -E make_directory ${RUVO_SAMPLE_DIR}
+     COMMAND ${CMAKE_COMMAND} -E copy_if_different ${sample_texts} ${RUVO_SAMPLE_DIR})
+
 add_custom_target(ruvo_tool_tree ALL ${steps}
   COMMENT "Laying out the applet tool tree in ${RUVO_TOOL_ROOT}" VERBATIM)
 add_dependencies(ruvo_tool_tree RuvoManager HostBridge)
 
 install(TARGETS RuvoManager HostBridge LIBRARY DESTINATION lib)
 install(DIRECTORY ${RUVO_TOOL_ROOT} DESTINATION . USE_SOURCE_PERMISSIONS)
+install(DIRECTORY ${RUVO_SAMPLE_DIR} DESTINATION RuvoManager/inc)

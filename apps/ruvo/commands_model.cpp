@@ -6,9 +6,14 @@
 
 #include "RuvoManager/ruvo_sdk.h"
 #include "apps/ruvo/cli.h"
+#include "catalogues/sample_sections.h"
 #include "model/type_names.h"
 
 namespace cli {
+
+// commands_samples.cpp
+std::vector<ruvo::SampleSection> sampleSections(const std::string& sampleName);
+void applySample(const std::string& applet, const std::vector<ruvo::SampleSection>& sections);
 
 std::string configPath(const std::string& project, const std::string& applet) {
     return project + "/" + applet + "_code/appletCfg.ruvo";
@@ -142,17 +147,26 @@ void requireCount(const Args& args, size_t n) {
 }
 
 int cmdNew(const Args& args) {
-    requireCount(args, 2);
+    if (args.size() > 2) {
+        if (args[2] != "--from-sample") throw UsageError("unknown option " + args[2]);
+        if (args.size() != 4) throw UsageError("--from-sample takes one sample name");
+    } else {
+        requireCount(args, 2);
+    }
     const std::string& project = args[0];
     const std::string& name = args[1];
     requireName(ruvo::NameKind::Applet, name);
     if (std::filesystem::exists(configPath(project, name))) {
         throw std::runtime_error("applet \"" + name + "\" already exists in " + project);
     }
+    // The sample is read and checked before anything is created.
+    std::vector<ruvo::SampleSection> sections;
+    if (args.size() == 4) sections = sampleSections(args[3]);
     ruvo_sdk::initRuvo(project.c_str());
     if (ruvo_sdk::createRuvo(name.c_str(), AT_TOOL) != 0) {
         throw std::runtime_error("cannot create applet \"" + name + "\"");
     }
+    if (args.size() == 4) applySample(name, sections);
     if (ruvo_sdk::serilize(name.c_str(), "") != 0 ||
         !std::filesystem::exists(configPath(project, name))) {
         throw std::runtime_error("cannot write " + configPath(project, name));
@@ -221,8 +235,10 @@ int cmdRm(const Args& args) {
     return 0;
 }
 
-Registrar rNew({"new", "PROJECT APPLET", "create an applet and write its config file", cmdNew,
+Registrar rNew({"new", "PROJECT APPLET [--from-sample NAME]", "create an applet and write its config file", cmdNew,
                 "Creates the applet in memory and writes PROJECT/APPLET_code/appletCfg.ruvo.\n"
+                "--from-sample NAME starts it from a sample of \"ruvo samples\": its sections become\n"
+                "the applet's functions and bindings (see the README).\n"
                 "Refuses an applet that exists already and a name that cannot be a directory\n"
                 "name on every host (\"/\", \"\\\", \"..\", control characters, <>:\"|?*)."});
 Registrar rList({"list", "PROJECT", "list the applets of a project", cmdList,
