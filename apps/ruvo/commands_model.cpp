@@ -6,7 +6,7 @@
 
 #include "RuvoManager/ruvo_sdk.h"
 #include "apps/ruvo/cli.h"
-#include "catalogues/sample_sections.h"
+#include "RuvoManager/sample_applet.h"
 #include "model/type_names.h"
 
 namespace cli {
