@@ -1,6 +1,7 @@
 #include "host/dbc/dbc_codec.h"
 
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 
@@ -58,6 +59,19 @@ bool insertRaw(const Signal& signal, uint64_t raw, uint8_t* data, size_t size) {
 }
 
 double rawToPhysical(const Signal& signal, uint64_t raw) {
+    if (signal.valueType == ValueType::Integer && signal.decimalScale >= 0) {
+        // Exact in integers when it fits, then one rounding.
+        static const double kPow10[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8,
+                                        1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16, 1e17};
+        uint64_t bits = raw & lowMask(signal.length);
+        int64_t v = signal.isSigned ? signExtend(bits, signal.length)
+                                    : static_cast<int64_t>(bits);
+        bool small = signal.isSigned || bits <= static_cast<uint64_t>(INT64_MAX);
+        int64_t f = signal.factorUnits;
+        constexpr int64_t kLimit = INT64_MAX / 2;
+        if (small && (f == 0 || (v <= kLimit / (f < 0 ? -f : f) && v >= -kLimit / (f < 0 ? -f : f))))
+            return static_cast<double>(v * f + signal.offsetUnits) / kPow10[signal.decimalScale];
+    }
     double value;
     if (signal.valueType == ValueType::Float32) {
         uint32_t bits = static_cast<uint32_t>(raw);

@@ -25,6 +25,11 @@ struct Signal {
     ValueType valueType = ValueType::Integer;
     double factor = 1.0;
     double offset = 0.0;
+    // Factor and offset as decimal fractions (factorUnits / 10^decimalScale) when the text
+    // allows it, so that e.g. 127 * 0.8 - 101.6 gives exactly 0; decimalScale -1 when not.
+    int64_t factorUnits = 0;
+    int64_t offsetUnits = 0;
+    int decimalScale = -1;
     double minimum = 0.0;
     double maximum = 0.0;
     std::string unit;

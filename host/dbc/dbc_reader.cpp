@@ -121,6 +121,14 @@ public:
         if (p_ == start) fail(std::string("expected a number for ") + what);
         return t_.substr(start, p_ - start);
     }
+    std::string peekNumberText() {
+        Cursor probe = *this;
+        try {
+            return probe.numberText("");
+        } catch (const ParseError&) {
+            return "";
+        }
+    }
     double number(const char* what) {
         std::string s = numberText(what);
         char* end = nullptr;
@@ -328,9 +336,12 @@ private:
         c_.advanceRaw();
         s.isSigned = sign == '-';
         c_.expect('(', "before the factor");
+        std::string factorText = c_.peekNumberText();
         s.factor = c_.number("factor");
         c_.expect(',', "after the factor");
+        std::string offsetText = c_.peekNumberText();
         s.offset = c_.number("offset");
+        setDecimalScaling(s, factorText, offsetText);
         c_.expect(')', "after the offset");
         c_.expect('[', "before the minimum");
         s.minimum = c_.number("minimum");
@@ -346,6 +357,45 @@ private:
             c_.fail("signal " + s.name + " does not fit in the " + std::to_string(m.size) +
                     "-byte frame of " + m.name);
         return s;
+    }
+
+    // "12.345" -> 12345 and 3 decimals; false for exponents or more than 17 digits.
+    static bool decimalUnits(const std::string& text, int64_t& units, int& decimals) {
+        size_t i = 0;
+        bool negative = false;
+        if (i < text.size() && (text[i] == '+' || text[i] == '-')) negative = text[i++] == '-';
+        units = 0;
+        decimals = -1;
+        int digits = 0;
+        for (; i < text.size(); ++i) {
+            char c = text[i];
+            if (c == '.' && decimals < 0) {
+                decimals = 0;
+                continue;
+            }
+            if (c < '0' || c > '9' || ++digits > 17) return false;
+            units = units * 10 + (c - '0');
+            if (decimals >= 0) ++decimals;
+        }
+        if (digits == 0) return false;
+        if (decimals < 0) decimals = 0;
+        if (negative) units = -units;
+        return true;
+    }
+
+    static void setDecimalScaling(Signal& s, const std::string& factorText, const std::string& offsetText) {
+        int64_t f, o;
+        int fd, od;
+        if (!decimalUnits(factorText, f, fd) || !decimalUnits(offsetText, o, od)) return;
+        int scale = fd > od ? fd : od;
+        for (; fd < scale; ++fd) f *= 10;
+        for (; od < scale; ++od) o *= 10;
+        if (scale > 17 || f > 99999999999999999 || f < -99999999999999999 ||
+            o > 99999999999999999 || o < -99999999999999999)
+            return;
+        s.factorUnits = f;
+        s.offsetUnits = o;
+        s.decimalScale = scale;
     }
 
     static bool fits(const Signal& s, uint32_t size) {

@@ -1,6 +1,7 @@
 // Prints our decode of frames as JSON, for comparison with other tools.
 // Usage: dbc_decode_tool FILE.dbc FRAMES; FRAMES has lines "ID HEXPAYLOAD" (ID in hex, with
-// bit 31 set for extended ids). One JSON object per line: {"id":..,"name":..,"signals":{..}}.
+// bit 31 set for extended ids). One JSON object per line:
+// {"id":..,"name":..,"signals":{NAME:[PHYSICAL,RAW],..},"reencode_mismatch":[NAME,..]}.
 
 #include <cstdio>
 #include <fstream>
@@ -45,7 +46,19 @@ int main(int argc, char** argv) {
         for (size_t i = 0; i < decoded.size(); ++i)
             std::printf("%s\"%s\":[%.17g,%llu]", i ? "," : "", decoded[i].signal->name.c_str(),
                         decoded[i].physical, static_cast<unsigned long long>(decoded[i].raw));
-        std::printf("}}\n");
+        // Encoding each physical value back must leave the payload as it was; a double holds
+        // raw values of up to 53 bits exactly, longer integers are not expected to survive.
+        std::printf("},\"reencode_mismatch\":[");
+        bool first = true;
+        for (const DecodedSignal& d : decoded) {
+            if (d.signal->length > 53 && d.signal->valueType == ValueType::Integer) continue;
+            std::vector<uint8_t> copy = data;
+            if (!encodeSignal(*d.signal, d.physical, copy.data(), copy.size()) || copy != data) {
+                std::printf("%s\"%s\"", first ? "" : ",", d.signal->name.c_str());
+                first = false;
+            }
+        }
+        std::printf("]}\n");
     }
     return 0;
 }
