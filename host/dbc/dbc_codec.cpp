@@ -155,6 +155,8 @@ void decodeMessage(const Message& message, const uint8_t* data, size_t size,
                     if (raws[sw] >= r.first && raws[sw] <= r.second) present = true;
             }
         }
+        // A frame shorter than the message lacks the signals beyond its end.
+        if (present) present = walkBits(s, size, [](size_t, unsigned) {});
         if (present) raws[i] = extractRaw(s, data, size);
         state[i] = present ? 1 : 2;
         return present;

@@ -33,7 +33,7 @@ struct DecodedSignal {
 };
 
 // Every signal present in the payload, in the message's order: multiplexed signals only when
-// their switch (itself present) has a value in their ranges.
+// their switch (itself present) has a value in their ranges; none that reaches beyond `size`.
 HOSTBRIDGE_API void decodeMessage(const Message& message, const uint8_t* data, size_t size,
                    std::vector<DecodedSignal>& out);
 

@@ -100,6 +100,8 @@ TEST(DbcCodec, DecodesOnlyThePresentMultiplexedSignals) {
     const uint8_t threeOff[8] = {3, 0, 4, 42};
     decodeMessage(m, threeOff, 8, out);
     EXPECT_EQ(out.size(), 2u);  // Sub present, Leaf not
+    decodeMessage(m, three, 3, out);  // a short frame: Leaf lies beyond it
+    EXPECT_EQ(out.size(), 2u);
 }
 
 TEST(DbcCodec, FloatSignalsUseTheirBits) {
