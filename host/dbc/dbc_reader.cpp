@@ -7,6 +7,7 @@
 #include <cstring>
 #include <fstream>
 #include <sstream>
+#include <unordered_map>
 
 #include "host/dbc/dbc_database.h"
 
@@ -239,10 +240,12 @@ private:
         if (!m) c_.fail("no message with id " + std::to_string(rawId));
         return *m;
     }
+    // The first message of an id, through an index so that statements after the messages
+    // cost the same however many messages there are.
     Message* findRaw(uint32_t rawId) {
-        for (Message& m : db_.messages)
-            if (m.id == (rawId & 0x1FFFFFFFu) && m.extended == ((rawId & kExtendedFlag) != 0)) return &m;
-        return nullptr;
+        const uint32_t key = (rawId & 0x1FFFFFFFu) | (rawId & kExtendedFlag);
+        auto it = index_.find(key);
+        return it == index_.end() ? nullptr : &db_.messages[it->second];
     }
     Signal& signalOf(Message& m, const std::string& name) {
         for (Signal& s : m.signals)
@@ -289,7 +292,10 @@ private:
             c_.name("SG_");
             m.signals.push_back(signal(m));
         }
-        if (!skipNoFrame_) db_.messages.push_back(std::move(m));
+        if (!skipNoFrame_) {
+            index_.emplace(m.id | (m.extended ? kExtendedFlag : 0), db_.messages.size());
+            db_.messages.push_back(std::move(m));
+        }
     }
 
     bool startsWith(const char* kw) {
@@ -608,6 +614,7 @@ private:
     Database& db_;
     bool skipNoFrame_ = false;
     std::map<const Signal*, bool> extendedSeen_;
+    std::unordered_map<uint32_t, size_t> index_;
 };
 
 }  // namespace
