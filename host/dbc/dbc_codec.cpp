@@ -140,15 +140,19 @@ void decodeMessage(const Message& message, const uint8_t* data, size_t size,
             if (message.signals[i].name == name) return i;
         return n;
     };
-    auto resolve = [&](size_t i, auto& self) -> bool {
+    // Switches may switch switches; a chain deeper than any real database counts as absent,
+    // so that hostile text cannot exhaust the stack.
+    constexpr int kMaxDepth = 64;
+    auto resolve = [&](size_t i, int depth, auto& self) -> bool {
         if (state[i] == 1) return true;
         if (state[i] != 0) return false;
+        if (depth > kMaxDepth) return false;
         const Signal& s = message.signals[i];
         state[i] = 3;
         bool present = true;
         if (!s.muxSwitch.empty()) {
             size_t sw = indexOf(s.muxSwitch);
-            present = sw < n && self(sw, self);
+            present = sw < n && self(sw, depth + 1, self);
             if (present) {
                 present = false;
                 for (const auto& r : s.muxRanges)
@@ -162,7 +166,7 @@ void decodeMessage(const Message& message, const uint8_t* data, size_t size,
         return present;
     };
     for (size_t i = 0; i < n; ++i)
-        if (resolve(i, resolve))
+        if (resolve(i, 0, resolve))
             out.push_back({&message.signals[i], raws[i], rawToPhysical(message.signals[i], raws[i])});
 }
 

@@ -507,7 +507,7 @@ private:
     std::map<int64_t, std::string> valueList() {
         std::map<int64_t, std::string> out;
         while (!c_.accept(';')) {
-            int64_t v = c_.integer("value", -9.3e18, 1.8e19);
+            int64_t v = c_.integer("value", -9.2e18, 9.2e18);
             out[v] = c_.quoted("value text");
         }
         return out;

@@ -104,6 +104,23 @@ TEST(DbcCodec, DecodesOnlyThePresentMultiplexedSignals) {
     EXPECT_EQ(out.size(), 2u);
 }
 
+// Hostile text: each signal switched by the next, 5,000 deep, must not exhaust the stack.
+TEST(DbcCodec, DeepSwitchChainsDoNotRecurseWithoutBound) {
+    std::string text = "BO_ 1 M: 8 X\n";
+    const int n = 5000;
+    for (int i = 0; i < n; ++i) text += " SG_ S" + std::to_string(i) + " m0M : 0|1@1+ (1,0) [0|0] \"\" X\n";
+    for (int i = 0; i + 1 < n; ++i)
+        text += "SG_MUL_VAL_ 1 S" + std::to_string(i) + " S" + std::to_string(i + 1) + " 0-0;\n";
+    text += "SG_MUL_VAL_ 1 S" + std::to_string(n - 1) + " S0 1-1;\n";  // and a cycle
+    Database db;
+    std::string error;
+    ASSERT_TRUE(readDbcText(text, "t.dbc", db, error)) << error;
+    const uint8_t data[8] = {};
+    std::vector<DecodedSignal> out;
+    decodeMessage(db.messages[0], data, 8, out);
+    EXPECT_LT(out.size(), static_cast<size_t>(n));
+}
+
 TEST(DbcCodec, FloatSignalsUseTheirBits) {
     Database db;
     std::string error;
