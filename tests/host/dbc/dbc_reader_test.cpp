@@ -110,6 +110,15 @@ TEST(DbcReader, CrlfAndMissingSectionsAreAccepted) {
     EXPECT_TRUE(read("").messages.empty());
 }
 
+TEST(DbcReader, NamesMayHoldOddCharacters) {
+    Database db = read("BO_ 2 Nachricht-\xc3\xa4.1: 8 Ger\xc3\xa4t\n"
+                       " SG_ Wert/\xc3\xa4$1 : 0|8@1+ (1,0) [0|0] \"\xc2\xb0" "C\" Ger\xc3\xa4t\n");
+    ASSERT_EQ(db.messages.size(), 1u);
+    EXPECT_EQ(db.messages[0].name, "Nachricht-\xc3\xa4.1");
+    EXPECT_EQ(db.messages[0].signals.at(0).name, "Wert/\xc3\xa4$1");
+    EXPECT_EQ(db.messages[0].signals.at(0).unit, "\xc2\xb0" "C");
+}
+
 TEST(DbcReader, FrameFormatDefaultAppliesToMessagesWithoutTheAttribute) {
     Database db = read(
         "BO_ 1 M: 8 X\n"
