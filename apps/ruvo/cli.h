@@ -35,6 +35,9 @@ struct Command {
     const char* summary;  // one line
     std::function<int(const Args&)> run;
     const char* details = nullptr;  // a few lines for "ruvo help COMMAND"
+    // Arguments that begin with options ("ruvo decode --dbc F LOG"): the command makes its
+    // paths absolute itself.
+    bool optionsFirst = false;
 };
 
 // Each commands_*.cpp adds its commands here.

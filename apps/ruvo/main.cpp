@@ -67,7 +67,8 @@ void printUsage(std::FILE* out) {
                  "       ruvo help [COMMAND] | ruvo COMMAND --help | ruvo --version\n\ncommands:\n");
     // The road of a session first; commands not named here follow in registration order.
     static const char* const kOrder[] = {"new", "list", "show", "rm", "func", "bind", "unbind",
-                                         "gen", "convert", "compile", "run", "exec", "demo"};
+                                         "gen", "convert", "compile", "run", "exec", "demo",
+                                         "dbc", "decode"};
     std::vector<const cli::Command*> listed;
     for (const char* name : kOrder) {
         if (const cli::Command* c = findCommand(name)) listed.push_back(c);
@@ -104,8 +105,10 @@ int runCommand(const cli::Command& c, cli::Args args) {
         // The project path is the user's, relative to where the command was typed.
         cli::rememberUserDirectory();
         // Every command that takes arguments begins with the project; options come after it.
-        if (!args.empty() && args[0].rfind("-", 0) == 0) throw cli::UsageError("unknown option " + args[0]);
-        if (!args.empty()) args[0] = cli::userPath(args[0]);
+        if (!c.optionsFirst) {
+            if (!args.empty() && args[0].rfind("-", 0) == 0) throw cli::UsageError("unknown option " + args[0]);
+            if (!args.empty()) args[0] = cli::userPath(args[0]);
+        }
         enterInstallationDirectory();
         return c.run(args);
     } catch (const cli::UsageError& e) {
