@@ -4,6 +4,7 @@
 #include "model/manager_port.h"
 #include "model/frame_convert.h"
 #include "host/workstation.h"
+#include "host/dbc.h"
 #include "services/services.h"
 
 namespace services {
@@ -75,10 +76,15 @@ s32 wait_can_msg(PKelnCan pRecvCan, s32 timeout) {
 
 s32 send_and_recv_can_msg(PKelnCan, PKelnCan, s32) { return 0; }
 
-s32 calculate_can_message(const char* signal, s32, s32, double, u8*) {
-    // The signal codec comes with the bus database index; until then no signal is found.
-    (void)signal;
-    return -1;
+s32 calculate_can_message(const char* signal, s32 a, s32 b, double value, u8* data) {
+    // The selectors go to the codec swapped: `a` is the message id, `b` the channel.
+    CSignal found = DecodeFuncInterface::QuerySig(b, a, signal, NETWORK_CAN);
+    const CSignal none;
+    if (found.name == none.name && found.messageId == none.messageId && found.channel == none.channel) return -1;
+    found.phyValue = value;
+    found.rawValue = DecodeFuncInterface::PhyToRaw(found.bitLength, value, found.factor, found.offset, found.valueType,
+                                                   NETWORK_CAN);
+    return DecodeFuncInterface::SetCanValue(&found, data, 64, NETWORK_CAN);
 }
 
 }  // namespace services

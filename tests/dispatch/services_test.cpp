@@ -5,6 +5,7 @@
 
 #include "RuvoManager/ruvo_sdk.h"
 #include "host/HostBridge.h"
+#include "host/dbc/dbc_config.h"
 
 namespace {
 
@@ -110,13 +111,21 @@ TEST(CanServices, WaitReturnsAFrameInjectedFromAnotherThreadOrTimesOut) {
     EXPECT_EQ(g_com.wait_can_msg(&got, 0), -1) << "a timeout of 0 still tries once";
 }
 
-TEST(CanServices, SendAndReceiveIsAStubAndSignalsAreNotFoundYet) {
+TEST(CanServices, SendAndReceiveIsAStubAndSignalsComeFromTheLoadedDatabases) {
     KelnCan a{}, b{};
     b.Id = 7;
     EXPECT_EQ(g_com.send_and_recv_can_msg(&a, &b, 100), 0);
     EXPECT_EQ(b.Id, 7u);
     u8 data[64] = {0};
-    EXPECT_EQ(g_com.calculate_can_message("Speed", 0, 0, 1.0, data), -1);
+    EXPECT_EQ(g_com.calculate_can_message("COUNTER", 160, 0, 1.0, data), -1) << "no database loaded";
+    std::string error;
+    ASSERT_TRUE(hostbridge::dbc::workstationDatabases().add(0, RUVO_TEST_DATA "/dbc/hyundai_canfd.dbc", "", error)) << error;
+    // COUNTER of WHEEL_SPEEDS (0xA0): 8 bits from bit 16, Intel.
+    EXPECT_EQ(g_com.calculate_can_message("COUNTER", 160, 0, 0xAB, data), 0);
+    EXPECT_EQ(data[2], 0xAB);
+    EXPECT_EQ(g_com.calculate_can_message("COUNTER", 160, 5, 1.0, data), -1) << "not on channel 5";
+    EXPECT_EQ(g_com.calculate_can_message("NO_SUCH", 160, 0, 1.0, data), -1);
+    hostbridge::dbc::workstationDatabases().clear();
 }
 
 TEST(SmallServices, ClockAndLog) {
