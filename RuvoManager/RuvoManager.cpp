@@ -1,6 +1,7 @@
 #include "RuvoManager/RuvoManager.h"
 
 #include <filesystem>
+#include <locale>
 #include <system_error>
 
 #include "dispatch/future_service.h"
@@ -20,6 +21,15 @@ void ensureDirectory(const std::string& path) {
     std::error_code ec;
     if (!std::filesystem::exists(path, ec)) std::filesystem::create_directories(path, ec);
 }
+
+// std::regex reads the ctype facet's narrow cache, which fills itself lazily on first use of a
+// character: filled here, before any thread, so concurrent regexes (compile output, conversion)
+// only read it.
+const bool g_ctypeCacheFilled = [] {
+    const auto& ctype = std::use_facet<std::ctype<char>>(std::locale());
+    for (int c = 0; c < 256; ++c) ctype.narrow(static_cast<char>(c), '\0');
+    return true;
+}();
 
 // Services and the compile driver reach the manager through the port; filled at library load,
 // each slot builds the manager on first use as a direct call would.
