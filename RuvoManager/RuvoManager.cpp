@@ -35,7 +35,8 @@ const bool g_ctypeCacheFilled = [] {
 // each slot builds the manager on first use as a direct call would.
 const bool g_portInstalled = [] {
     ruvo::ManagerPort port;
-    port.findApplet = [](const std::string& name) { return RuvoManager::getInstance().getApplet(name); };
+    // From other threads (a compile, a service): the registry may be changing meanwhile.
+    port.findApplet = [](const std::string& name) { return RuvoManager::getInstance().findAppletShared(name); };
     port.startMeasurement = [] { return ruvo_sdk::kelnStartup(); };
     port.stopMeasurement = [] { return ruvo_sdk::kelnStop(); };
     port.resetFirstFrame = [] { RuvoManager::getInstance().initRecvMessage(); };
@@ -113,6 +114,7 @@ MpRuvo* RuvoManager::createApplet(const std::string& name, AppletType type) {
     ensureDirectory(applet->getExportPath());
     {
         std::lock_guard<std::mutex> lock(appletsMutex);
+        std::unique_lock<std::shared_mutex> readers(registryRw);
         applets[name] = applet;
     }
     ruvo::touchModel();
@@ -135,6 +137,7 @@ MpRuvo* RuvoManager::loadApplet(const std::string& configPath) {
         ensureDirectory(applet->getExportPath());
         {
             std::lock_guard<std::mutex> lock(appletsMutex);
+            std::unique_lock<std::shared_mutex> readers(registryRw);
             applets[name] = applet;
         }
         ruvo::touchModel();
@@ -148,6 +151,7 @@ void RuvoManager::deleteApplet(const std::string& name) {
     std::shared_ptr<MpRuvo> gone;  // dropped outside the registry mutex: it may unmap a module
     {
         std::lock_guard<std::mutex> lock(appletsMutex);
+        std::unique_lock<std::shared_mutex> readers(registryRw);
         const auto it = applets.find(name);
         if (it != applets.end()) {
             gone = std::move(it->second);
@@ -162,8 +166,17 @@ MpRuvo* RuvoManager::getApplet(const std::string& name) {
     return it == applets.end() ? nullptr : it->second.get();
 }
 
+MpRuvo* RuvoManager::findAppletShared(const std::string& name) {
+    std::shared_lock<std::shared_mutex> lock(registryRw);
+    return getApplet(name);
+}
+
 std::string RuvoManager::getAppletMainPort(const std::string& name) {
-    if (applets.find(name) == applets.end()) ruvo::touchModel();
+    if (applets.find(name) == applets.end()) {
+        ruvo::touchModel();
+        std::unique_lock<std::shared_mutex> readers(registryRw);
+        applets[name];
+    }
     const std::shared_ptr<MpRuvo>& applet = applets[name];
     return applet ? applet->getMainPort() : std::string();
 }

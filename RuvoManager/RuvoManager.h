@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <shared_mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -39,6 +40,8 @@ public:
     MpRuvo* loadApplet(const std::string& configPath);
     void deleteApplet(const std::string& name);
     MpRuvo* getApplet(const std::string& name);
+    // getApplet for other threads: safe against a registry change under way.
+    MpRuvo* findAppletShared(const std::string& name);
     // Creates an empty registry entry for an unknown name, as callers of this query expect.
     std::string getAppletMainPort(const std::string& name);
     void setProjectPath(const std::string& path) { projectPath = path; }
@@ -107,6 +110,9 @@ private:
     std::map<std::string, std::shared_ptr<MpRuvo>> applets;
     std::string projectPath;
     std::mutex appletsMutex;
+    // Guards the map for lookups from other threads (compiles, services on applet threads),
+    // which may not take appletsMutex: a key handler's service call runs while it is held.
+    std::shared_mutex registryRw;
     std::thread::id dispatchThreadId;
     std::mutex dispatchThreadMutex;
     std::atomic<bool> recvFlag{false};
