@@ -8,11 +8,13 @@
 #include <shared_mutex>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "host/sdk_receiver.h"
 #include "model/MpRuvo.h"
+#include "model/dbc_info.h"
 #include "services/services.h"
 
 // The host's user interface: message boxes, applet boxes and closing an applet's box.
@@ -82,6 +84,22 @@ public:
     void setKelnCloseRuvoBox(const KelnCloseRuvoBoxCallback& cb) { closeRuvoBox.store(cb); }
     KelnCloseRuvoBoxCallback getKelnCloseRuvoBox() const { return closeRuvoBox.load(); }
 
+    // The index of the CAN messages of the workstation's bus databases, and the generated
+    // "database.h" kept in step with it. Called from the host's editing thread; readers don't run
+    // meanwhile. A null name is taken as empty.
+    void updateRuvoDbcInfo(int op, int channel, const char* name);
+    const RuvoDbcInfo& getRuvoDbcInfo() const { return dbcInfo; }
+    int getAppletDbcInfoCount() const;
+    int fillAppletDbcInfos(RuvoFunction* out, unsigned capacity) const;
+    std::string resolveDbcMarkerName(const std::string& name) const;
+    int fillAppletDbcInfoMap(std::map<int, std::vector<dbcMessageInfoStruct>>& out, int channel,
+                             const std::string& filter) const;
+    bool getAppletDbcMessageSignals(int channel, const std::string& database, u32 id,
+                                    std::vector<std::string>& out) const;
+    // Messages with a signal whose name holds `filter`, case-insensitively.
+    void findAppletDbcMessagesBySignalFilter(const std::string& filter,
+                                             std::vector<std::tuple<int, std::string, u32>>& out) const;
+
     // ISDKReceiver
     void beforeStartup() override;
     void onStartup(std::list<int> channels, std::list<int> devices) override;
@@ -128,4 +146,5 @@ private:
     std::atomic<KelnShowBoxCallback> showBox{nullptr};
     std::atomic<KelnShowRuvoBoxCallback> showRuvoBox{nullptr};
     std::atomic<KelnCloseRuvoBoxCallback> closeRuvoBox{nullptr};
+    RuvoDbcInfo dbcInfo;
 };

@@ -2,7 +2,9 @@
 // The exported surface of the library: every call the host makes, and the records,
 // enumerations and classes their signatures use.
 
+#include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "RuvoManager/RuvoManager.h"
@@ -10,6 +12,7 @@
 #include "catalogues/sample_catalogue.h"
 #include "platform/export.h"
 #include "model/MpRuvo.h"
+#include "model/dbc_info.h"
 #include "model/keln_types.h"
 #include "services/controllers.h"
 
@@ -242,5 +245,33 @@ RUVO_API int getSamplesClass(char** names, int* priorities, int* sampleCounts, i
 // Zeroes `capacity` records and fills them with the class's samples in file order; the texts
 // point into the catalogue. An unknown class is created, empty. 0, or -1 for a null argument.
 RUVO_API int getSample(const char* className, sample_s* out, int capacity);
+
+
+// ---- CAN database index ----
+// Rebuilds the index of the workstation's CAN messages and the generated "database.h": op 3
+// (DBC_OP_REFRESH) on all channels.
+RUVO_API void RefreshRuvoDbcInfo();
+// After a change of the database configuration: op 0 add, 1 change of name or channel, 2 removal,
+// 3 full refresh, for `name` on `channel`. A null name is taken as empty.
+RUVO_API void RefreshRuvoDbcInfoEx(int op, int channel, const char* name);
+// Messages in all databases bound to a channel.
+RUVO_API int getRuvoDbcInfoCount();
+// One record per message, in the order of the count: name = marker "_" message, additions = the
+// signal names, subType = channel, demo = id in decimal, bodyCode "CAN" or "CANFD". Fills up to
+// *capacity records (none for a null pointer) and gives the number filled.
+RUVO_API int getRuvoDbcInfos(RuvoFunction* out, unsigned* capacity);
+// The marker name of a database (or `name` itself when it is one or is unknown) into `out`.
+// 0, or -1 with nothing written for a null `out`, a zero `size` or a marker that does not fit.
+RUVO_API int resolveRuvoDbcMarkerName(const char* name, char* out, unsigned size);
+// Appends the messages of the databases on `channel` (below 0: all) whose name or marker is
+// `filter` (empty: all) to the map; the number appended.
+RUVO_API int fillRuvoDbcInfoMap(std::map<int, std::vector<dbcMessageInfoStruct>>& out, int channel,
+                                const char* filter);
+// The signal names of the first message `id` on `channel` in a database named or marked
+// `database` (empty: any); false when there is none.
+RUVO_API bool getRuvoDbcMessageSignals(int channel, const char* database, u32 id, std::vector<std::string>& out);
+// Every message with a signal whose name holds `filter` (case-insensitive): (channel, name, id).
+RUVO_API void findRuvoDbcMessagesBySignalFilter(const char* filter,
+                                                std::vector<std::tuple<int, std::string, u32>>& out);
 
 }  // namespace ruvo_sdk

@@ -10,7 +10,8 @@ set(RUVO_TOOL_ROOT ${CMAKE_BINARY_DIR}/Ruvo)
 set(inc ${RUVO_TOOL_ROOT}/KELN_Ruvo_Include)
 # Applet-only texts live in RuvoManager/inc; the records the library compiles too live in
 # model/records. Applets see them side by side.
-set(applet_texts applet_global_def.h database.h configuration.h document.txt mp_ruvo.h)
+set(applet_texts applet_global_def.h database.h configuration.h document.txt mp_ruvo.h
+    declare_property.template define_can_struct.template)
 set(record_texts ruvo_basic_def.h ruvo_generate_def.h ruvo_variable_def.h ruvo_com_def.h)
 
 set(steps

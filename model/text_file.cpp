@@ -88,6 +88,12 @@ bool isTemporaryName(const std::string& name, const std::string& base) {
 
 WriteResult stageFile(const std::string& path, const std::string& text, StagedFile& staged,
                       std::string& error) {
+    return stageStreamed(
+        path, [&text](const TextSink& put) { put(text.data(), text.size()); }, staged, error);
+}
+
+WriteResult stageStreamed(const std::string& path, const TextProducer& produce, StagedFile& staged,
+                          std::string& error) {
     staged = StagedFile{};
     const fs::path target(path);
     const std::string base = target.filename().string();
@@ -111,7 +117,10 @@ WriteResult stageFile(const std::string& path, const std::string& text, StagedFi
     }
 
     const char* step = "cannot write";
-    rc = platform::writeAll(fd, text.data(), text.size());
+    rc = 0;
+    produce([&rc, fd](const char* data, size_t size) {
+        if (rc == 0) rc = platform::writeAll(fd, data, size);
+    });
     if (rc == 0) {
         step = "cannot keep the permissions of";
         rc = platform::copyPermissions(fd, path);
@@ -158,8 +167,13 @@ bool syncDirectory(const std::string& dir, std::string& error) {
 
 WriteResult writeFileAtomically(const std::string& path, const std::string& text,
                                 std::string& error) {
+    return writeFileAtomically(
+        path, [&text](const TextSink& put) { put(text.data(), text.size()); }, error);
+}
+
+WriteResult writeFileAtomically(const std::string& path, const TextProducer& produce, std::string& error) {
     StagedFile staged;
-    const WriteResult staging = stageFile(path, text, staged, error);
+    const WriteResult staging = stageStreamed(path, produce, staged, error);
     if (staging != WriteResult::Written) return staging;
     if (!commitStaged(staged, error)) return WriteResult::WriteFailed;
     return syncDirectory(fs::path(path).parent_path().string(), error) ? WriteResult::Written

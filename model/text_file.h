@@ -1,6 +1,8 @@
 #pragma once
 // Whole-file reads and crash-safe writes.
 
+#include <cstddef>
+#include <functional>
 #include <string>
 
 #include "platform/export.h"
@@ -22,6 +24,13 @@ enum class WriteResult { Written, OpenFailed, WriteFailed };
 RUVO_API WriteResult writeFileAtomically(const std::string& path, const std::string& text,
                                 std::string& error);
 
+// The same for a text written in pieces: `produce` hands each piece to the sink, so a large
+// text never has to be held whole. After a failed piece the sink takes no more.
+using TextSink = std::function<void(const char* data, size_t size)>;
+using TextProducer = std::function<void(const TextSink& put)>;
+RUVO_API WriteResult writeFileAtomically(const std::string& path, const TextProducer& produce,
+                                         std::string& error);
+
 // A write prepared by `stageFile`: the text is flushed to the disk under the name `temp`.
 // Staging every file of a set before committing any keeps the old set whole when the disk
 // fills up half-way.
@@ -33,6 +42,8 @@ struct StagedFile {
 // The first half of `writeFileAtomically`; on failure nothing is left behind.
 WriteResult stageFile(const std::string& path, const std::string& text, StagedFile& staged,
                       std::string& error);
+WriteResult stageStreamed(const std::string& path, const TextProducer& produce, StagedFile& staged,
+                          std::string& error);
 // Renames the temporary over its path; on failure removes it. The directory is not flushed.
 bool commitStaged(StagedFile& staged, std::string& error);
 // Removes the temporary of a write that is given up.

@@ -67,4 +67,16 @@ inline std::vector<std::string> namesIn(const std::string& dir) {
     return out;
 }
 
+// An installation of its own under `dir`: the tool tree's programs and libraries linked from
+// `toolTree`, its include texts copied, so a test may rewrite them (the generated "database.h").
+inline void makeInstallation(const std::string& dir, const std::string& toolTree) {
+    namespace fs = std::filesystem;
+    const fs::path from = fs::path(toolTree) / "Ruvo", to = fs::path(dir) / "Ruvo";
+    fs::create_directories(to);
+    for (const char* linked : {"clang_compiler", "clang_format", "RuvoBase", "KELN_Ruvo_Lib"})
+        fs::create_directory_symlink(fs::canonical(from / linked), to / linked);
+    fs::copy(from / "KELN_Ruvo_Include", to / "KELN_Ruvo_Include",
+             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+}
+
 }  // namespace testing_support

@@ -1,4 +1,5 @@
 #include "host/dbc/dbc_config.h"
+#include "host/dbc/dbc_names.h"
 
 namespace hostbridge::dbc {
 
@@ -18,14 +19,14 @@ bool DatabaseConfig::add(int channel, const std::string& path, const std::string
     auto db = std::make_shared<Database>();
     if (!readDbcFile(path, *db, error)) return false;
     std::string name = databaseName(path);
-    add(channel, name, marker.empty() ? name : marker, std::move(db));
+    add(channel, name, marker, std::move(db));
     return true;
 }
 
 void DatabaseConfig::add(int channel, const std::string& name, const std::string& marker,
                          std::shared_ptr<const Database> database) {
     std::lock_guard<std::mutex> lock(mutex_);
-    entries_.push_back({channel, name, marker.empty() ? name : marker, "", std::move(database)});
+    entries_.push_back({channel, name, identifierFor(marker.empty() ? name : marker), "", std::move(database)});
 }
 
 void DatabaseConfig::clear() {

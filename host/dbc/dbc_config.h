@@ -17,7 +17,7 @@ namespace hostbridge::dbc {
 struct LoadedDatabase {
     int channel = 0;
     std::string name;    // file name without ".dbc"
-    std::string marker;  // as configured, or the name
+    std::string marker;  // as configured, or the name; made an identifier (dbc_names.h)
     std::string path;
     std::shared_ptr<const Database> database;
 };

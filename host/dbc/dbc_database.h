@@ -18,6 +18,7 @@ enum class ValueType { Integer, Float32, Float64 };
 
 struct Signal {
     std::string name;
+    std::string codeName;  // a C++ identifier unique in its message (dbc_names.h)
     uint32_t startBit = 0;
     uint32_t length = 1;
     ByteOrder byteOrder = ByteOrder::Intel;
@@ -48,11 +49,13 @@ struct HOSTBRIDGE_API Message {
     bool extended = false;
     bool fd = false;
     std::string name;
+    std::string codeName;  // a C++ identifier unique in its database (dbc_names.h)
     uint32_t size = 0;  // payload bytes, up to 64
     std::string transmitter;
     std::string comment;
     std::vector<Signal> signals;
 
+    // By name, else by code name.
     const Signal* findSignal(const std::string& name) const;
 };
 

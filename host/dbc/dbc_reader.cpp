@@ -10,12 +10,15 @@
 #include <unordered_map>
 
 #include "host/dbc/dbc_database.h"
+#include "host/dbc/dbc_names.h"
 
 namespace hostbridge::dbc {
 
 const Signal* Message::findSignal(const std::string& signalName) const {
     for (const Signal& s : signals)
         if (s.name == signalName) return &s;
+    for (const Signal& s : signals)
+        if (s.codeName == signalName) return &s;
     return nullptr;
 }
 
@@ -624,6 +627,7 @@ bool readDbcText(const std::string& text, const std::string& fileName, Database&
     Database db;
     try {
         Reader(text, db).run();
+        assignCodeNames(db);
     } catch (const ParseError& e) {
         error = fileName + ":" + std::to_string(e.line) + ": " + e.reason;
         return false;
