@@ -1,5 +1,7 @@
 #include "host/workstation.h"
 
+#include "host/can_dlc.h"
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -349,7 +351,6 @@ void removeReceiveListener(int id) {
 std::shared_ptr<MsgHeaderBase> makeCanFrame(uint64_t timestampUs, int channel, uint32_t id,
                                             bool extended, bool fd, bool brs,
                                             const unsigned char* data, int length, bool remote) {
-    static const int kLengths[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 32, 48, 64};
     auto message = message_factory::CreateMessage(MSG_TYPE_CAN, length);
     auto* h = KELN::CanMsgAnalyse::getCanHeader(message);
     h->timestamp = timestampUs ? timestampUs : nowMicros();
@@ -359,9 +360,7 @@ std::shared_ptr<MsgHeaderBase> makeCanFrame(uint64_t timestampUs, int channel, u
     h->identifier = id & 0x1FFFFFFF;
     h->fd = fd;
     h->brs = brs;
-    uint8_t dlc = 0;
-    while (dlc < 15 && kLengths[dlc] < length) ++dlc;
-    h->dlc = dlc;
+    h->dlc = static_cast<uint8_t>(hostbridge::lengthToDlc(length < 0 ? 0 : static_cast<uint32_t>(length)));
     KELN::CanMsgAnalyse::alterCanData(message, data, static_cast<unsigned short>(length));
     return message;
 }

@@ -4,6 +4,7 @@
 #include "model/manager_port.h"
 #include "model/frame_convert.h"
 #include "host/workstation.h"
+#include "host/can_dlc.h"
 #include "host/dbc.h"
 #include "services/services.h"
 
@@ -11,7 +12,6 @@ namespace services {
 
 namespace {
 
-const int kDlcLength[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 32, 48, 64};
 
 u64 nowMicros() {
     return std::chrono::duration_cast<std::chrono::microseconds>(
@@ -32,7 +32,7 @@ s32 initFrame(u32 id, u32 dlc, PKelnCan can, u32 maxDlc, bool fd) {
     can->brs = 0;
     can->esi = 0;
     can->dlc = static_cast<u8>(dlc);
-    can->byteDataLen = static_cast<u8>(kDlcLength[dlc]);
+    can->byteDataLen = static_cast<u8>(hostbridge::kDlcLengths[dlc]);
     std::memset(can->FData, 0, can->byteDataLen);
     return 0;
 }
@@ -50,7 +50,7 @@ s32 send(PKelnCan p, bool fd) {
 
 }  // namespace
 
-int dlcToLength(int dlc) { return dlc >= 0 && dlc < 16 ? kDlcLength[dlc] : dlc; }
+int dlcToLength(int dlc) { return dlc >= 0 && dlc < 16 ? hostbridge::kDlcLengths[dlc] : dlc; }
 
 s32 init_can(u32 id, u32 dlc, PKelnCan p) { return initFrame(id, dlc, p, 8, false); }
 s32 init_canfd(u32 id, u32 dlc, PKelnCan p) { return initFrame(id, dlc, p, 15, true); }

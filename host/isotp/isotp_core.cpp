@@ -1,5 +1,7 @@
 #include "host/isotp/isotp_core.h"
 
+#include "host/can_dlc.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -39,11 +41,7 @@ IsoTpTime IsoTpCore::stMinDuration(uint8_t raw) {
 }
 
 uint8_t IsoTpCore::fdLengthFor(std::size_t bytes) {
-    static const uint8_t kLengths[] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 32, 48, 64};
-    for (uint8_t l : kLengths) {
-        if (l >= bytes) return l;
-    }
-    return 64;
+    return bytes > 64 ? 64 : hostbridge::kDlcLengths[hostbridge::lengthToDlc(static_cast<uint32_t>(bytes))];
 }
 
 std::size_t IsoTpCore::txDl() const { return config_.fd ? config_.fdLength : 8; }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "host/can_dlc.h"
 #include "host/isotp/isotp_link.h"
 #include "host/uds/uds_host.h"
 
@@ -10,8 +11,7 @@ namespace hostuds {
 namespace {
 
 uint8_t lengthOfDlc(uint8_t dlc) {
-    static const uint8_t kLengths[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 32, 48, 64};
-    return kLengths[dlc & 0x0F];
+    return hostbridge::kDlcLengths[dlc & 0x0F];
 }
 
 }  // namespace
