@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "RuvoManager/ruvo_sdk.h"
+#include "apps/ruvo/bus_databases.h"
 #include "apps/ruvo/cli.h"
 #include "apps/ruvo/compile_messages.h"
 #include "generator/CppCodeGenerator.h"
@@ -98,8 +99,21 @@ CompileOutcome compileApplet(const std::string& applet, bool showProgress) {
 namespace {
 
 int cmdCompile(const Args& args) {
-    if (args.size() != 2) throw UsageError("expected PROJECT APPLET");
-    const std::string applet = openApplet(args[0], args[1]);
+    Args positional;
+    std::vector<DbcSpec> databases;
+    for (size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--dbc") {
+            if (i + 1 >= args.size()) throw UsageError("--dbc needs FILE.dbc@CHANNEL");
+            databases.push_back(parseDbcSpec(args[++i]));
+        } else if (args[i].rfind("--", 0) == 0) {
+            throw UsageError("unknown option " + args[i]);
+        } else {
+            positional.push_back(args[i]);
+        }
+    }
+    if (positional.size() != 2) throw UsageError("expected PROJECT APPLET [--dbc FILE.dbc@CHANNEL]...");
+    const std::string applet = openApplet(positional[0], positional[1]);
+    if (!databases.empty()) loadWorkstationDatabases(databases);
     std::fflush(stdout);
     const CompileOutcome o = compileApplet(applet, true);
     if (verbose()) std::fprintf(stderr, "compiler output as given:\n%s", o.raw.c_str());
@@ -216,14 +230,17 @@ int cmdUnbind(const Args& args) {
     return 0;
 }
 
-Registrar rCompile({"compile", "PROJECT APPLET",
+Registrar rCompile({"compile", "PROJECT APPLET [--dbc FILE.dbc@CHANNEL]...",
                     "generate and compile the applet's module, showing progress, output, result and time",
                     cmdCompile,
                     "Saves the applet, writes its sources into APPLET_code/ and compiles the module\n"
                     "APPLET_mp/APPLET.mp with the tool tree's clang++. Diagnostics in the generated\n"
                     "code are shown as APPLET:FUNCTION:LINE (LINE within that function's body), or\n"
                     "APPLET:singleapp.cpp:LINE outside every body. RUVO_VERBOSE=1 also prints the\n"
-                    "compiler's own text on stderr. Exit 1 when the compile failed."});
+                    "compiler's own text on stderr. Exit 1 when the compile failed. --dbc (repeatable)\n"
+                    "loads CAN databases first and regenerates the installation's database.h, so the\n"
+                    "applet can use a record per message: MARKER_CANn::MESSAGE (marker = file name\n"
+                    "without .dbc, n = channel + 1) with a double per signal, pack() and send()."});
 Registrar rBind({"bind", "PROJECT APPLET rx|tx|pretx KEY ID | key KEY PART... | timer KEY MS",
                  "bind a CAN receive/send/pre-send id, a shortcut or a timer (makes its function)",
                  cmdBind,

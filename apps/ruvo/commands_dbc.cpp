@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/ruvo/bus_databases.h"
 #include "apps/ruvo/can_log.h"
 #include "apps/ruvo/cli.h"
 #include "host/dbc/dbc_codec.h"
@@ -17,54 +18,6 @@ namespace cli {
 namespace {
 
 using namespace hostbridge::dbc;
-
-std::shared_ptr<Database> readDatabase(const std::string& path) {
-    auto db = std::make_shared<Database>();
-    std::string error;
-    if (!readDbcFile(userPath(path), *db, error)) {
-        // Name the file as the user typed it.
-        const std::string full = userPath(path);
-        if (error.rfind(full, 0) == 0) error = path + error.substr(full.size());
-        throw std::runtime_error(error);
-    }
-    return db;
-}
-
-// Decimal or 0x-prefixed hex; -1 when `text` is neither.
-long long parseId(const std::string& text) {
-    if (text.empty() || text.size() > 12) return -1;
-    const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
-    const std::string digits = hex ? text.substr(2) : text;
-    if (digits.empty() || digits.find_first_not_of(hex ? "0123456789abcdefABCDEF" : "0123456789") != std::string::npos)
-        return -1;
-    return std::strtoll(digits.c_str(), nullptr, hex ? 16 : 10);
-}
-
-std::string number(double v) {
-    if (!std::isfinite(v)) return std::isnan(v) ? "nan" : (v > 0 ? "inf" : "-inf");
-    char buf[40];
-    std::snprintf(buf, sizeof buf, "%.15g", v);
-    return buf;
-}
-
-std::string jsonString(const std::string& s) {
-    std::string out = "\"";
-    for (unsigned char c : s) {
-        if (c == '"' || c == '\\') {
-            out += '\\';
-            out += static_cast<char>(c);
-        } else if (c < 0x20) {
-            char buf[8];
-            std::snprintf(buf, sizeof buf, "\\u%04x", c);
-            out += buf;
-        } else {
-            out += static_cast<char>(c);
-        }
-    }
-    return out + "\"";
-}
-
-std::string jsonNumber(double v) { return std::isfinite(v) ? number(v) : "null"; }
 
 std::string describeSignal(const Signal& s) {
     std::string text = "  " + s.name + " " + std::to_string(s.startBit) + "|" + std::to_string(s.length) + "@" +
@@ -120,11 +73,6 @@ int cmdDbc(const Args& args) {
     return 0;
 }
 
-struct ChannelDatabase {
-    int channel;  // -1: every channel
-    std::shared_ptr<Database> database;
-};
-
 int cmdDecode(const Args& args) {
     std::vector<ChannelDatabase> databases;
     std::string logPath;
@@ -132,18 +80,8 @@ int cmdDecode(const Args& args) {
     for (size_t i = 0; i < args.size(); ++i) {
         if (args[i] == "--dbc") {
             if (i + 1 >= args.size()) throw UsageError("--dbc needs FILE.dbc[@CHANNEL]");
-            std::string spec = args[++i];
-            int channel = -1;
-            const size_t at = spec.rfind('@');
-            if (at != std::string::npos) {
-                const std::string number = spec.substr(at + 1);
-                const long long c = parseId(number);
-                if (c < 0 || c > canlog::kMaxChannel || number.find('x') != std::string::npos)
-                    throw UsageError("bad channel '" + number + "' in " + spec + " (0 to 63)");
-                channel = static_cast<int>(c);
-                spec.resize(at);
-            }
-            databases.push_back({channel, readDatabase(spec)});
+            const DbcSpec spec = parseDbcSpec(args[++i]);
+            databases.push_back({spec.channel, readDatabase(spec.file)});
         } else if (args[i] == "--json") {
             json = true;
         } else if (!args[i].empty() && args[i][0] == '-') {
@@ -157,42 +95,7 @@ int cmdDecode(const Args& args) {
     if (databases.empty()) throw UsageError("expected at least one --dbc FILE.dbc[@CHANNEL]");
     if (logPath.empty()) throw UsageError("expected LOG");
     const canlog::ReadResult log = canlog::read(userPath(logPath), logPath);
-    std::vector<DecodedSignal> decoded;
-    for (const canlog::Frame& f : log.frames) {
-        const int channel = canlog::channelNumber(f.channel);
-        const Message* m = nullptr;
-        for (const ChannelDatabase& d : databases) {
-            if (d.channel >= 0 && d.channel != channel) continue;
-            if ((m = d.database->findMessage(f.id, f.extended)) != nullptr) break;
-        }
-        if (m != nullptr && !f.remote) decodeMessage(*m, f.data.data(), f.data.size(), decoded);
-        else decoded.clear();
-        char idText[16];
-        std::snprintf(idText, sizeof idText, f.extended ? "%08X" : "%03X", f.id);
-        std::string line;
-        if (json) {
-            char timeText[40];
-            std::snprintf(timeText, sizeof timeText, "%.6f", f.time);
-            line = std::string("{\"time\":") + timeText + ",\"channel\":" + jsonString(f.channel) +
-                   ",\"id\":" + std::to_string(f.id) + ",\"extended\":" + (f.extended ? "true" : "false") +
-                   ",\"name\":" + (m ? jsonString(m->name) : "null") + ",\"signals\":{";
-            for (size_t i = 0; i < decoded.size(); ++i)
-                line += (i ? "," : "") + jsonString(decoded[i].signal->name) + ":" + jsonNumber(decoded[i].physical);
-            line += "}}";
-        } else {
-            char head[80];
-            std::snprintf(head, sizeof head, "(%.6f) %s %s ", f.time, f.channel.c_str(), idText);
-            line = head;
-            line += m ? m->name : "?";
-            for (const DecodedSignal& d : decoded) {
-                line += " " + d.signal->name + "=" + number(d.physical);
-                if (!d.signal->unit.empty()) line += " " + d.signal->unit;
-                const auto named = d.signal->values.find(static_cast<int64_t>(d.raw));
-                if (named != d.signal->values.end()) line += " \"" + named->second + "\"";
-            }
-        }
-        std::printf("%s\n", line.c_str());
-    }
+    for (const canlog::Frame& f : log.frames) std::printf("%s\n", decodedLine(f, databases, json).c_str());
     return 0;
 }
 

@@ -14,6 +14,7 @@
 
 #include "RuvoManager/ruvo_sdk.h"
 #include "apps/ruvo/applet_runs.h"
+#include "apps/ruvo/bus_databases.h"
 #include "apps/ruvo/cli.h"
 #include "apps/ruvo/replay.h"
 #include "apps/ruvo/bus_peers.h"
@@ -92,6 +93,7 @@ int cmdRun(const Args& args) {
     double seconds = -1;
     bool runMains = false;
     std::vector<platform::KeyStroke> keys;
+    std::vector<DbcSpec> dbcSpecs;
     BusPeers peers;
     for (size_t i = 1; i < args.size(); ++i) {
         if (args[i] == "--replay" || args[i] == "--out") {
@@ -133,6 +135,9 @@ int cmdRun(const Args& args) {
         } else if (args[i] == "--listen") {
             if (i + 1 >= args.size()) throw UsageError("--listen needs [HOST:]PORT");
             peers.setListen(args[++i]);
+        } else if (args[i] == "--dbc") {
+            if (i + 1 >= args.size()) throw UsageError("--dbc needs FILE.dbc@CHANNEL");
+            dbcSpecs.push_back(parseDbcSpec(args[++i]));
         } else if (args[i].rfind("--", 0) == 0) {
             throw UsageError("unknown option " + args[i]);
         } else {
@@ -141,7 +146,7 @@ int cmdRun(const Args& args) {
     }
     if (args.empty() || applets.empty()) {
         throw UsageError("expected PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... "
-                         "[--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] [--vars FILE.json] [--vars-out FILE.json] [--answer WORD] [--log FILE] "
+                         "[--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] [--dbc FILE.dbc@CHANNEL]... [--vars FILE.json] [--vars-out FILE.json] [--answer WORD] [--log FILE] "
                          "[--for SECONDS] [--main] [--keys STROKES]");
     }
     if (!replayFile.empty() && seconds >= 0) throw UsageError("--for is for a live measurement, not with --replay");
@@ -173,6 +178,7 @@ int cmdRun(const Args& args) {
             return 1;
         }
     }
+    if (!dbcSpecs.empty()) loadWorkstationDatabases(dbcSpecs);
     for (const auto& a : applets) loadModule(openApplet(args[0], a));
     if (!peers.startEcusOrReport(ecuFiles)) return 1;
     peers.startServer();
@@ -463,7 +469,7 @@ int cmdDemo(const Args& args) {
     return 0;
 }
 
-Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... [--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] [--vars FILE.json] [--vars-out FILE.json] [--answer ok|cancel|yes|no] [--log FILE] [--for SECONDS] [--main] [--keys STROKES]",
+Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... [--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] [--dbc FILE.dbc@CHANNEL]... [--vars FILE.json] [--vars-out FILE.json] [--answer ok|cancel|yes|no] [--log FILE] [--for SECONDS] [--main] [--keys STROKES]",
                 "run compiled applets on the bus: replay a candump log, or a live measurement", cmdRun,
                 "Loads the compiled modules of the applets and starts the measurement. With --replay\n"
                 "it feeds the frames of a candump log ((time) channel id#data, CAN FD ##) as\n"
@@ -473,7 +479,8 @@ Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [
                 "measurement cleanly (the stop handlers run) and exits with 130/143. --ecu puts a\n"
                 "simulated ECU on the bus, --xcp-slave a simulated XCP slave (both repeatable);\n"
                 "--listen serves the bus over the socketcand protocol, so outside tools see the\n"
-                "applets' frames and can send to them. --vars\n"
+                "applets' frames and can send to them. --dbc loads a CAN database on a channel\n"
+                "(repeatable), so calculate_can_message and the message records work; --vars\n"
                 "creates system variables from a JSON file before the start; --vars-out writes every\n"
                 "variable at the stop. Message boxes are answered on a TTY, else by --answer (default\n"
                 "ok); the buzzer rings the terminal bell; flow progress is a bar on a TTY; applet log\n"

@@ -3,8 +3,7 @@
 
 namespace hostbridge::dbc {
 
-namespace {
-std::string databaseName(const std::string& path) {
+std::string databaseNameOf(const std::string& path) {
     size_t slash = path.find_last_of("/\\");
     std::string base = slash == std::string::npos ? path : path.substr(slash + 1);
     if (base.size() > 4 && (base.compare(base.size() - 4, 4, ".dbc") == 0 ||
@@ -12,13 +11,12 @@ std::string databaseName(const std::string& path) {
         base.resize(base.size() - 4);
     return base;
 }
-}  // namespace
 
 bool DatabaseConfig::add(int channel, const std::string& path, const std::string& marker,
                          std::string& error) {
     auto db = std::make_shared<Database>();
     if (!readDbcFile(path, *db, error)) return false;
-    std::string name = databaseName(path);
+    std::string name = databaseNameOf(path);
     add(channel, name, marker, std::move(db));
     return true;
 }

@@ -44,6 +44,9 @@ private:
     std::vector<LoadedDatabase> entries_;
 };
 
+// A database's name: the file name without its directory and ".dbc".
+HOSTBRIDGE_API std::string databaseNameOf(const std::string& path);
+
 // The one the workstation uses.
 HOSTBRIDGE_API DatabaseConfig& workstationDatabases();
 
