@@ -7,6 +7,7 @@
 #include <fstream>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -94,7 +95,7 @@ protected:
     Running running;
     std::unique_ptr<Node> ecu = loadEcu("engine_ecu.json");
     Listener bus;
-    IsoTpLink tester{testerFor(*ecu)};
+    IsoTpLink tester{testerFor(ecu ? *ecu : throw std::runtime_error("engine_ecu.json did not load"))};
 };
 
 }  // namespace
