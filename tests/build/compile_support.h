@@ -1,12 +1,19 @@
 #pragma once
-// Waiting for the one compile callback, which comes from the compile thread.
+// Waiting for the one compile callback, which comes from the compile thread, and a tool tree
+// whose clang++ is a script.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <future>
 #include <memory>
 #include <string>
 
 #include "RuvoManager/ruvo_sdk.h"
+#include "test_support.h"
 
 namespace testing_support {
 
@@ -40,6 +47,30 @@ private:
     std::shared_ptr<std::promise<CompileReport>> promise;
     std::future<CompileReport> future;
     std::shared_ptr<int> callCount = std::make_shared<int>(0);
+};
+
+// A tool tree whose clang++ is a script, for the paths the real compiler rarely takes.
+class FakeCompiler : public ::testing::Test {
+protected:
+    void SetUp() override {
+        previous = std::filesystem::current_path();
+        std::filesystem::current_path(host.path());
+        ruvo_sdk::initRuvo(project.path().c_str());
+        ASSERT_EQ(ruvo_sdk::createRuvo("fake", AT_TOOL), 0);
+        ruvo_sdk::genDefaultMainFunction("fake");
+    }
+    void TearDown() override {
+        ruvo_sdk::destroyRuvo("fake");
+        std::filesystem::current_path(previous);
+    }
+    void installCompiler(const std::string& script) {
+        std::filesystem::create_directories(host.file("Ruvo/clang_compiler"));
+        const std::string path = host.file("Ruvo/clang_compiler/clang++");
+        std::ofstream(path) << "#!/bin/sh\n" << script << "\n";
+        ::chmod(path.c_str(), 0755);
+    }
+    TempDir host, project;
+    std::filesystem::path previous;
 };
 
 }  // namespace testing_support

@@ -15,6 +15,7 @@
 
 using testing_support::CompileReport;
 using testing_support::CompileWaiter;
+using testing_support::FakeCompiler;
 using testing_support::TempDir;
 using testing_support::slurp;
 namespace fs = std::filesystem;
@@ -152,16 +153,6 @@ TEST_F(RealCompile, RecompiledModuleReplacesTheOldOneInTheSameProcess) {
     EXPECT_EQ(version(), 2);
 }
 
-TEST_F(RealCompile, SyntaxErrorFailsWithTheCompilersMessage) {
-    ASSERT_EQ(ruvo_sdk::createRuvo("broken", AT_TOOL), 0);
-    ruvo_sdk::genDefaultMainFunction("broken");
-    setBody("broken", "mainRun", "int x = ;\n");
-    const CompileReport report = compile("broken");
-    EXPECT_EQ(report.result, CR_FAILURE);
-    EXPECT_NE(report.text.find("error: expected expression"), std::string::npos) << report.text;
-    EXPECT_NE(report.text.find("singleapp.cpp"), std::string::npos);
-}
-
 TEST_F(RealCompile, ToolCodeIsBuiltIntoAToolApplet) {
     const std::string code = "extern \"C\" __declspec(dllexport) int tool_answer() { return 42; }\n";
     CompileWaiter waiter;
@@ -174,16 +165,6 @@ TEST_F(RealCompile, ToolCodeIsBuiltIntoAToolApplet) {
     ASSERT_NE(answer, nullptr);
     EXPECT_EQ(answer(), 42);
     EXPECT_EQ(RuvoManager::getInstance().getApplet("tool")->getType(), AT_TOOL);
-}
-
-TEST_F(RealCompile, FormatterRewritesInPlaceAndAlwaysAnswersZero) {
-    const std::string file = project.file("ugly.cpp");
-    std::ofstream(file) << "int  main( ){return 0 ;}\n";
-    EXPECT_EQ(ruvo_sdk::formatFile(file.c_str()), 0);
-    EXPECT_EQ(slurp(file), "int main() { return 0; }\n");
-    EXPECT_EQ(AppletCompiler::instance().format(file), 0);
-    EXPECT_EQ(ruvo_sdk::formatFile(project.file("missing.cpp").c_str()), 0);
-    EXPECT_EQ(AppletCompiler::instance().format(project.file("missing.cpp")), -3);
 }
 
 namespace {
@@ -231,15 +212,17 @@ TEST_F(RealCompile, HostileProjectPathCompilesAndRunsNothing) {
     EXPECT_EQ(pwned(project.path()), std::vector<std::string>());
 }
 
-TEST_F(RealCompile, FormatterTakesAHostilePathWhole) {
+TEST_F(RealCompile, FormatterRewritesInPlaceTakesAHostilePathWholeAndAlwaysAnswersZero) {
     const std::string dir = project.file("a b;touch PWNED");
     fs::create_directories(dir);
     const std::string file = dir + "/x y;$(touch PWNED).cpp";
     std::ofstream(file) << "int  f( ){return 1 ;}\n";
-    EXPECT_EQ(AppletCompiler::instance().format(file), 0);
+    EXPECT_EQ(ruvo_sdk::formatFile(file.c_str()), 0);
     EXPECT_EQ(slurp(file), "int f() { return 1; }\n");
+    EXPECT_EQ(AppletCompiler::instance().format(file), 0);
     EXPECT_EQ(pwned(project.path()), std::vector<std::string>());
     EXPECT_FALSE(fs::exists(fs::current_path() / "PWNED"));
+    EXPECT_EQ(ruvo_sdk::formatFile(project.file("missing.cpp").c_str()), 0);
 }
 
 TEST_F(RealCompile, FormatterShowsTheToolsErrorPipeApartAfterAFailedRun) {
@@ -267,34 +250,6 @@ TEST(CompileCalls, UnknownAppletAndEmptyCallbackGiveMinusOneAndNoCallback) {
     EXPECT_EQ(waiter.calls(), 0);
     ruvo_sdk::destroyRuvo("quiet");
 }
-
-namespace {
-
-// A tool tree whose clang++ is a script, for the paths the real compiler rarely takes.
-class FakeCompiler : public ::testing::Test {
-protected:
-    void SetUp() override {
-        previous = fs::current_path();
-        fs::current_path(host.path());
-        ruvo_sdk::initRuvo(project.path().c_str());
-        ASSERT_EQ(ruvo_sdk::createRuvo("fake", AT_TOOL), 0);
-        ruvo_sdk::genDefaultMainFunction("fake");
-    }
-    void TearDown() override {
-        ruvo_sdk::destroyRuvo("fake");
-        fs::current_path(previous);
-    }
-    void installCompiler(const std::string& script) {
-        fs::create_directories(host.file("Ruvo/clang_compiler"));
-        const std::string path = host.file("Ruvo/clang_compiler/clang++");
-        std::ofstream(path) << "#!/bin/sh\n" << script << "\n";
-        ::chmod(path.c_str(), 0755);
-    }
-    TempDir host, project;
-    fs::path previous;
-};
-
-}  // namespace
 
 TEST_F(FakeCompiler, MissingCompilerIsAStartFailure) {
     CompileWaiter waiter;

@@ -31,7 +31,6 @@ TEST(ServiceTables, ExportedCopiesHoldTheServicesInTheirSlots) {
     EXPECT_EQ(g_com.reserved7, nullptr);
     EXPECT_EQ(g_com.reserved[15], nullptr);
     EXPECT_EQ(g_com.send_canfd_sync, g_com.send_can_sync);
-    EXPECT_EQ(g_com.run_so_library, g_com.run_so_library);
     EXPECT_NE(g_clog.info_ex, nullptr);
     EXPECT_NE(g_cb.notify_process, nullptr);
     EXPECT_EQ(g_var.constants[0], nullptr);
@@ -128,23 +127,6 @@ TEST(CanServices, SendAndReceiveIsAStubAndSignalsComeFromTheLoadedDatabases) {
     hostbridge::dbc::workstationDatabases().clear();
 }
 
-TEST(SmallServices, ClockAndLog) {
-    u32 year = 0, month = 0, ms = 1000;
-    EXPECT_EQ(g_gen.get_date_time(&year, &month, nullptr, nullptr, nullptr, nullptr, &ms), 0);
-    EXPECT_GE(year, 2024u);
-    EXPECT_LT(ms, 1000u);
-    const u64 t0 = g_gen.get_date_time_ms();
-    EXPECT_GE(g_gen.get_date_time_ms(), t0);
-    log_interface::takeRecords();
-    EXPECT_EQ(g_clog.warn("value %d", 5), 0);
-    g_clog.success_ex("nobody", "done %s", "ok");
-    const auto records = log_interface::takeRecords();
-    ASSERT_EQ(records.size(), 2u);
-    EXPECT_EQ(records[0].level, log_interface::Level::Warn);
-    EXPECT_EQ(records[0].text, "value 5");
-    EXPECT_EQ(records[1].level, log_interface::Level::Info) << "success_ex logs as info";
-}
-
 namespace {
 class InnerFunctions : public ::testing::Test {
 protected:
@@ -182,18 +164,12 @@ TEST_F(InnerFunctions, InfoAndSearch) {
     char demo[256] = {0};
     int subType = 0;
     ASSERT_EQ(ruvo_sdk::getRuvoInnerFuncInfo("inner", "init_can", &f, demo, &subType), 0);
-    EXPECT_STREQ(demo, "KelnCan can;\ncom.init_can(0x11, 8, &can);");
     EXPECT_EQ(subType, TFT_COM);
     EXPECT_EQ(f.paramCount, 3);
-    EXPECT_STREQ(f.params[1].desc, "报文dlc(0`8)");
     EXPECT_STREQ(f.returnVar.name, "resultValue");
     int keep = -7;
     EXPECT_EQ(ruvo_sdk::getRuvoInnerFuncInfo("inner", "absent", &f, demo, &keep), 0);
     EXPECT_EQ(keep, -7);
-    ruvo_sdk::getRuvoInnerFuncInfo("inner", "connect_ff", &f, demo, &subType);
-    EXPECT_STREQ(f.params[0].name, "xcp_hand");
-    EXPECT_EQ(std::string(f.desc).rfind("(0xFF)", 0), 0u);
-    EXPECT_STREQ(f.returnVar.desc, "返回值:0成功1失败2无句柄");
 
     EXPECT_EQ(ruvo_sdk::hasRuvoInnerFunc("inner", "wait_can_msg", FT_INNER, TFT_COM), 0);
     EXPECT_EQ(ruvo_sdk::hasRuvoInnerFunc("inner", "wait_can_msg", FT_INNER, TFT_GEN), -1);

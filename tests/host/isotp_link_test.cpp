@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "host/HostBridge.h"
+#include "host/quiet_receiver.h"
 #include "host/isotp/isotp_link.h"
 
 using namespace std::chrono_literals;
@@ -168,16 +169,10 @@ TEST(IsoTpLink, MissingPeerEndsAMultiFrameSendWithTimeoutBs) {
 namespace {
 
 // An applet's receive handler that makes a diagnostic request on the delivering thread.
-struct RequestingReceiver : ISDKReceiver {
+struct RequestingReceiver : QuietReceiver {
     IsoTpLink* client = nullptr;
     std::atomic<int> result{-1};
     std::vector<uint8_t> answer;
-    void beforeStartup() override {}
-    void onStartup(std::list<int>, std::list<int>) override {}
-    void onShutdown() override {}
-    void onFindDeviceSuccess(const std::map<DevType, int>&) override {}
-    void onSortPackageRecv(const CanPackage*, int) override {}
-    void prePackageSend(std::list<CanPackage>&) override {}
     void onPackageRecv(const CanPackage* packages, int count) override {
         for (int i = 0; i < count; ++i) {
             const auto* h = KELN::CanMsgAnalyse::getCanHeader(packages[i].message);
@@ -266,15 +261,10 @@ TEST(IsoTpLink, HostileFramesFromTheBusEndTheReceptionWithAStatus) {
 namespace {
 
 // A handler of the frames the workstation sends, as an applet's on_can_tx would be.
-struct SentFrameReceiver : ISDKReceiver {
+struct SentFrameReceiver : QuietReceiver {
     IsoTpLink* client = nullptr;
     bool throwing = false;
     std::atomic<int> nested{-1};
-    void beforeStartup() override {}
-    void onStartup(std::list<int>, std::list<int>) override {}
-    void onShutdown() override {}
-    void onFindDeviceSuccess(const std::map<DevType, int>&) override {}
-    void onSortPackageRecv(const CanPackage*, int) override {}
     void prePackageSend(std::list<CanPackage>&) override {
         if (throwing) throw std::runtime_error("handler failed");
     }

@@ -6,24 +6,19 @@
 #include <vector>
 
 #include "host/HostBridge.h"
+#include "host/quiet_receiver.h"
 
 namespace {
 
 // Sends one frame from its stop handler, as an applet saying goodbye to an ECU would.
-struct FarewellReceiver : ISDKReceiver {
+struct FarewellReceiver : QuietReceiver {
     int sendResult = 99;
-    void beforeStartup() override {}
-    void onStartup(std::list<int>, std::list<int>) override {}
     void onShutdown() override {
         const unsigned char data[1] = {0x11};
         sendResult = data_flow_interface::sendCan(
             NETWORK_CAN, 0, hostbridge::makeCanFrame(0, 0, 0x7E0, false, false, false, data, 1),
             PRIORITY_NORMAL);
     }
-    void onFindDeviceSuccess(const std::map<DevType, int>&) override {}
-    void onPackageRecv(const CanPackage*, int) override {}
-    void onSortPackageRecv(const CanPackage*, int) override {}
-    void prePackageSend(std::list<CanPackage>&) override {}
 };
 
 }  // namespace
@@ -52,17 +47,11 @@ TEST(Workstation, StopHandlersMayStillSendButNothingGoesOutAfterTheStop) {
 
 namespace {
 
-struct CountingReceiver : ISDKReceiver {
+struct CountingReceiver : QuietReceiver {
     std::atomic<int> received{0};
-    void beforeStartup() override {}
-    void onStartup(std::list<int>, std::list<int>) override {}
-    void onShutdown() override {}
-    void onFindDeviceSuccess(const std::map<DevType, int>&) override {}
     void onPackageRecv(const CanPackage* p, int n) override {
         for (int i = 0; i < n; ++i) received += p[i].message->direction == 0 ? 1 : 0;
     }
-    void onSortPackageRecv(const CanPackage*, int) override {}
-    void prePackageSend(std::list<CanPackage>&) override {}
 };
 
 std::shared_ptr<MsgHeaderBase> canFrame(uint32_t id, unsigned char first) {

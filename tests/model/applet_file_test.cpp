@@ -18,19 +18,12 @@
 
 using testing_support::TempDir;
 using testing_support::slurp;
+using testing_support::spit;
 
 namespace {
 
-void spit(const std::string& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary) << text;
-}
-
 std::unique_ptr<MpRuvo> freshApplet(const TempDir& dir, const char* name = "demo") {
-    auto applet = std::make_unique<MpRuvo>();
-    applet->setType(AT_TOOL);
-    applet->setMpName(name);
-    applet->setCodePath(dir.path() + "/");
-    return applet;
+    return testing_support::toolApplet(dir.path(), name);
 }
 
 std::vector<std::string> keysOf(const cJSON* object) {
@@ -199,41 +192,6 @@ TEST(AppletFile, SaveReplacesWholeFileAndLeavesNoTemporaries) {
         ++files;
     }
     EXPECT_EQ(files, 1);
-}
-
-TEST(AppletFile, SaveOnAFullDiskLeavesTheOldFileWhole) {
-    TempDir dir;
-    auto applet = freshApplet(dir);
-    ASSERT_TRUE(applet->serialize(""));
-    const std::string before = slurp(dir.file("appletCfg.ruvo"));
-    testing_support::populate(*applet, true);  // the new text is far longer than the limit
-    const pid_t child = ::fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        ::signal(SIGXFSZ, SIG_IGN);
-        const rlimit limit{512, 512};
-        ::setrlimit(RLIMIT_FSIZE, &limit);
-        ::_exit(applet->serialize("") ? 0 : 3);
-    }
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 3) << "a failed write must be reported";
-    EXPECT_EQ(slurp(dir.file("appletCfg.ruvo")), before);
-    int files = 0;
-    for (const auto& e : std::filesystem::directory_iterator(dir.path())) files += e.is_regular_file();
-    EXPECT_EQ(files, 1) << "the temporary file is removed";
-}
-
-TEST(AppletFile, InterruptedWriteCannotTruncate) {
-    // The write path goes through a temporary file: a target that is a directory cannot be
-    // replaced, and the call reports the failure instead of leaving half a file.
-    TempDir dir;
-    std::filesystem::create_directory(dir.file("appletCfg.ruvo"));
-    std::filesystem::create_directory(dir.file("appletCfg.ruvo/keep"));
-    auto applet = freshApplet(dir);
-    EXPECT_FALSE(applet->serialize(""));
-    EXPECT_TRUE(std::filesystem::exists(dir.file("appletCfg.ruvo/keep")));
 }
 
 TEST(AppletFile, LaterFunctionOfTheSameNameReplacesTheEarlierOneWhole) {

@@ -1,10 +1,26 @@
 #pragma once
 // A realistic applet for model tests: variables of several types, functions of every sub type,
-// dependencies, additions and bindings of every kind.
+// dependencies, additions and bindings of every kind; an empty one that saves into a directory.
+
+#include <fstream>
+#include <memory>
+#include <string>
 
 #include "model/MpRuvo.h"
 
 namespace testing_support {
+
+inline std::unique_ptr<MpRuvo> toolApplet(const std::string& codeDir, const char* name = "demo") {
+    auto applet = std::make_unique<MpRuvo>();
+    applet->setType(AT_TOOL);
+    applet->setMpName(name);
+    applet->setCodePath(codeDir + "/");
+    return applet;
+}
+
+inline void spit(const std::string& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary) << text;
+}
 
 inline Parameter makeVar(const char* name, KelnVarType type, const char* value,
                          const char* desc = "") {

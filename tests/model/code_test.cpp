@@ -3,6 +3,7 @@
 #include <cjson/cJSON.h>
 
 #include "model/RuvoCode.h"
+#include "model/applet_fixture.h"
 #include "model/json_util.h"
 #include "test_support.h"
 
@@ -18,47 +19,30 @@ RuvoFunction fn(RuvoCode& code, const std::string& name, std::vector<std::string
     return f;
 }
 
-Parameter var(const char* name, KelnVarType type, const char* value, const char* desc = "") {
-    Parameter p;
-    p.setName(name);
-    p.setType(type);
-    p.setValueStr(value);
-    p.setDesc(desc);
-    return p;
-}
+using testing_support::makeVar;
 
 }  // namespace
 
-TEST(Cycles, SelfLoopIsACycle) {
-    RuvoCode code;
-    fn(code, "a", {"a"});
-    EXPECT_TRUE(code.hasCircleFuncDepends());
-}
-
-TEST(Cycles, CycleThroughSeveralFunctionsIsFound) {
-    RuvoCode code;
-    fn(code, "a", {"b"});
-    fn(code, "b", {"c"});
-    fn(code, "c", {"d"});
-    fn(code, "d", {"b"});
-    EXPECT_TRUE(code.hasCircleFuncDepends());
-}
-
-TEST(Cycles, DiamondAndMissingTargetsAreNotCycles) {
-    RuvoCode code;
-    fn(code, "top", {"left", "right", "ghost"});
-    fn(code, "left", {"bottom"});
-    fn(code, "right", {"bottom"});
-    fn(code, "bottom", {"nowhere"});
-    EXPECT_FALSE(code.hasCircleFuncDepends());
-}
-
-TEST(Cycles, CycleWithoutARootIsFound) {
-    RuvoCode code;
-    fn(code, "x", {"y"});
-    fn(code, "y", {"x"});
-    fn(code, "z");
-    EXPECT_TRUE(code.hasCircleFuncDepends());
+TEST(Cycles, AreFoundThroughSelfLoopsLongPathsAndWithoutARootButNotInDiamonds) {
+    struct Case {
+        const char* name;
+        std::vector<std::pair<std::string, std::vector<std::string>>> graph;
+        bool cycle;
+    };
+    const Case cases[] = {
+        {"self loop", {{"a", {"a"}}}, true},
+        {"through several functions", {{"a", {"b"}}, {"b", {"c"}}, {"c", {"d"}}, {"d", {"b"}}}, true},
+        {"diamond and missing targets",
+         {{"top", {"left", "right", "ghost"}}, {"left", {"bottom"}}, {"right", {"bottom"}}, {"bottom", {"nowhere"}}},
+         false},
+        {"without a root", {{"x", {"y"}}, {"y", {"x"}}, {"z", {}}}, true},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        RuvoCode code;
+        for (const auto& [name, deps] : c.graph) fn(code, name, deps);
+        EXPECT_EQ(code.hasCircleFuncDepends(), c.cycle);
+    }
 }
 
 TEST(CodeContainer, DefaultHeadText) {
@@ -72,8 +56,8 @@ TEST(CodeContainer, DefaultHeadText) {
 
 TEST(CodeContainer, GlobalVariablesByFirstMatch) {
     RuvoCode code;
-    code.addGlobalVar(var("a", KVT_S32, "1"));
-    code.addGlobalVar(var("a", KVT_S32, "2"));
+    code.addGlobalVar(makeVar("a", KVT_S32, "1"));
+    code.addGlobalVar(makeVar("a", KVT_S32, "2"));
     _KelnVar out;
     code.getGlobalVar("a", out);
     EXPECT_EQ(Parameter(out).getValueStr(), "1");
@@ -81,7 +65,7 @@ TEST(CodeContainer, GlobalVariablesByFirstMatch) {
     std::strcpy(untouched.name, "sentinel");
     code.getGlobalVar("missing", untouched);
     EXPECT_STREQ(untouched.name, "sentinel");
-    _KelnVar replacement = var("a", KVT_S32, "7");
+    _KelnVar replacement = makeVar("a", KVT_S32, "7");
     EXPECT_EQ(code.updateGlobalVar("a", replacement), 0);
     EXPECT_EQ(code.updateGlobalVar("nope", replacement), -1);
     code.delGlobalVar("a");
@@ -114,7 +98,7 @@ TEST(CodeContainer, MainPortAndMainRun) {
 
 TEST(CodeContainer, MainTextsAndGlobalFunctionLeavingOnFirstUse) {
     RuvoCode code;
-    code.addGlobalVar(var("count", KVT_S32, "3", "how many"));
+    code.addGlobalVar(makeVar("count", KVT_S32, "3", "how many"));
     RuvoFunction global = code.createFunc("", RFT_GLOBAL_DEFINE, {});
     global.setBodyCode("int g;");
     code.addFunc(global);
@@ -169,7 +153,7 @@ TEST(CodeJson, MissingRequiredKeyNamesIt) {
         }
     }
     for (const char* key : {"parmName", "parmType", "parmDesc", "parmConst", "parmValue"}) {
-        ruvo::JsonPtr item(RuvoCode::addParamJson(var("v", KVT_S32, "1")));
+        ruvo::JsonPtr item(RuvoCode::addParamJson(makeVar("v", KVT_S32, "1")));
         cJSON_DeleteItemFromObject(item.get(), key);
         EXPECT_THROW(RuvoCode::parsParmJson(item.get()), ruvo::ConfigError) << key;
     }

@@ -152,15 +152,8 @@ TEST(CrashSafeSaves, KilledWriterLeavesTheOldOrTheNewTextNeverAPart) {
 TEST(CrashSafeSaves, KilledAppletSaveLeavesAWholeConfigFile) {
     ScratchDir dir;
     ASSERT_FALSE(dir.path().empty());
-    auto makeApplet = [&] {
-        auto a = std::make_unique<MpRuvo>();
-        a->setType(AT_TOOL);
-        a->setMpName("demo");
-        a->setCodePath(dir.path() + "/");
-        return a;
-    };
-    auto small = makeApplet();
-    auto big = makeApplet();
+    auto small = testing_support::toolApplet(dir.path());
+    auto big = testing_support::toolApplet(dir.path());
     testing_support::populate(*big, true);
     for (int i = 0; i < 20; ++i) {
         RuvoFunction f = big->createFunc("helper" + std::to_string(i), RFT_SELF_DEFINE,

@@ -20,26 +20,15 @@ using testing_support::inChild;
 using testing_support::modeOf;
 using testing_support::namesIn;
 using testing_support::slurp;
+using testing_support::spit;
 namespace fs = std::filesystem;
 
 namespace {
-
-void spit(const std::string& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary) << text;
-}
 
 // In a child: as root, become nobody so that directory permissions hold.
 bool dropRoot() {
     if (::geteuid() != 0) return true;
     return ::setgid(65534) == 0 && ::setuid(65534) == 0;
-}
-
-std::unique_ptr<MpRuvo> appletIn(const std::string& codeDir) {
-    auto a = std::make_unique<MpRuvo>();
-    a->setType(AT_TOOL);
-    a->setMpName("demo");
-    a->setCodePath(codeDir + "/");
-    return a;
 }
 
 }  // namespace
@@ -63,7 +52,7 @@ TEST(TextFile, PermissionsOfTheOldFileAreKeptANewFileGetsTheDefault) {
     EXPECT_EQ(modeOf(dir.file("fresh")), 0644u);
 
     // Through the applet: a private config file stays private.
-    auto applet = appletIn(dir.path());
+    auto applet = testing_support::toolApplet(dir.path());
     ASSERT_TRUE(applet->serialize(""));
     ::chmod(dir.file("appletCfg.ruvo").c_str(), 0600);
     ASSERT_TRUE(applet->serialize(""));
@@ -152,9 +141,9 @@ TEST(TextFile, FailuresKeepTheOldFileLeaveNoTemporaryAndSayWhy) {
     EXPECT_EQ(slurp(path), "old text");
 }
 
-TEST(TextFile, TheAppletSaveReportsAFullDiskOrAReadOnlyDirectory) {
+TEST(TextFile, TheAppletSaveReportsAFullDiskAReadOnlyDirectoryOrADirectoryInTheWay) {
     TempDir dir;
-    auto applet = appletIn(dir.path());
+    auto applet = testing_support::toolApplet(dir.path());
     ASSERT_TRUE(applet->serialize(""));
     const std::string before = slurp(dir.file("appletCfg.ruvo"));
     testing_support::populate(*applet, true);  // far longer than the size limit below
@@ -170,6 +159,12 @@ TEST(TextFile, TheAppletSaveReportsAFullDiskOrAReadOnlyDirectory) {
               0);
     EXPECT_EQ(slurp(dir.file("appletCfg.ruvo")), before);
     EXPECT_EQ(namesIn(dir.path()), std::vector<std::string>{"appletCfg.ruvo"});
+
+    // A directory in the way: the save fails rather than leave half a file.
+    TempDir blocked;
+    fs::create_directories(blocked.file("appletCfg.ruvo/keep"));
+    EXPECT_FALSE(testing_support::toolApplet(blocked.path())->serialize(""));
+    EXPECT_TRUE(fs::exists(blocked.file("appletCfg.ruvo/keep")));
 }
 
 TEST(TextFile, LeftoversOfKilledWritesGoOnceTheyAreOld) {

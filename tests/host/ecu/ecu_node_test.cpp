@@ -7,6 +7,7 @@
 #include <fstream>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -18,16 +19,16 @@ using namespace std::chrono_literals;
 using hostbridge::IsoTpLink;
 using hostbridge::IsoTpLinkConfig;
 using hostbridge::NResult;
-using hostbridge::ecu::EcuNode;
+using Node = hostbridge::ecu::EcuNode;
 using Bytes = std::vector<uint8_t>;
 
 namespace {
 
 const std::string kData = RUVO_ECU_DATA_DIR;
 
-std::unique_ptr<EcuNode> loadEcu(const std::string& file) {
+std::unique_ptr<Node> loadEcu(const std::string& file) {
     std::string error;
-    std::unique_ptr<EcuNode> node = EcuNode::load(kData + "/" + file, error);
+    std::unique_ptr<Node> node = Node::load(kData + "/" + file, error);
     EXPECT_TRUE(node) << error;
     return node;
 }
@@ -39,8 +40,8 @@ struct Running {
 };
 
 // The workstation's tester for an ECU, from the ECU's own addressing.
-IsoTpLinkConfig testerFor(const EcuNode& ecu) {
-    IsoTpLinkConfig c = EcuNode::linkConfig(ecu.addressing());
+IsoTpLinkConfig testerFor(const Node& ecu) {
+    IsoTpLinkConfig c = Node::linkConfig(ecu.addressing());
     c.role = IsoTpLinkConfig::Role::Tester;
     std::swap(c.protocol.tx, c.protocol.rx);
     c.protocol.hasFunctionalRx = false;
@@ -88,26 +89,25 @@ struct Listener {
     }
 };
 
+// The engine ECU on the running bus, a listener, and the workstation's tester for it.
+class EcuNode : public ::testing::Test {
+protected:
+    Running running;
+    std::unique_ptr<Node> ecu = loadEcu("engine_ecu.json");
+    Listener bus;
+    IsoTpLink tester{testerFor(ecu ? *ecu : throw std::runtime_error("engine_ecu.json did not load"))};
+};
+
 }  // namespace
 
-TEST(EcuNode, AnswersASingleFrameRequestWithPaddedFrames) {
-    Running running;
-    auto ecu = loadEcu("engine_ecu.json");
-    ASSERT_TRUE(ecu);
-    Listener bus;
-    IsoTpLink tester(testerFor(*ecu));
+TEST_F(EcuNode, AnswersASingleFrameRequestWithPaddedFrames) {
     EXPECT_EQ(ask(tester, {0x10, 0x03}), (Bytes{0x50, 0x03, 0x00, 0x32, 0x01, 0xF4}));
     const auto answers = bus.from(0x7E8);
     ASSERT_EQ(answers.size(), 1u);
     EXPECT_EQ(answers[0].data, (Bytes{0x06, 0x50, 0x03, 0x00, 0x32, 0x01, 0xF4, 0xCC}));
 }
 
-TEST(EcuNode, WritesAndReadsBackThreeHundredBytesAskingForItsBlockSizeAndStMin) {
-    Running running;
-    auto ecu = loadEcu("engine_ecu.json");
-    ASSERT_TRUE(ecu);
-    Listener bus;
-    IsoTpLink tester(testerFor(*ecu));
+TEST_F(EcuNode, WritesAndReadsBackThreeHundredBytesAskingForItsBlockSizeAndStMin) {
     Bytes value(297);
     for (size_t i = 0; i < value.size(); ++i) value[i] = static_cast<uint8_t>(i * 7 + 1);
     Bytes write = {0x2E, 0x04, 0x00};
@@ -129,11 +129,7 @@ TEST(EcuNode, WritesAndReadsBackThreeHundredBytesAskingForItsBlockSizeAndStMin) 
     EXPECT_EQ(ask(tester, {0x22, 0x04, 0x00}), read);
 }
 
-TEST(EcuNode, FunctionalRequestsAreAnsweredAsAFunctionalRequestMustBe) {
-    Running running;
-    auto ecu = loadEcu("engine_ecu.json");
-    ASSERT_TRUE(ecu);
-    IsoTpLink tester(testerFor(*ecu));
+TEST_F(EcuNode, FunctionalRequestsAreAnsweredAsAFunctionalRequestMustBe) {
     EXPECT_EQ(ask(tester, {0x3E, 0x00}, true), (Bytes{0x7E, 0x00}));
     // Silence for what an ECU asked functionally does not support, and for suppression; the
     // same request sent physically is refused aloud.
@@ -144,11 +140,7 @@ TEST(EcuNode, FunctionalRequestsAreAnsweredAsAFunctionalRequestMustBe) {
     EXPECT_EQ(ask(tester, {0x22, 0x12, 0x34}), (Bytes{0x7F, 0x22, 0x31}));
 }
 
-TEST(EcuNode, SecurityAccessUnlocksWithTheDocumentedKeyAndRefusesAWrongOne) {
-    Running running;
-    auto ecu = loadEcu("engine_ecu.json");
-    ASSERT_TRUE(ecu);
-    IsoTpLink tester(testerFor(*ecu));
+TEST_F(EcuNode, SecurityAccessUnlocksWithTheDocumentedKeyAndRefusesAWrongOne) {
     ASSERT_EQ(ask(tester, {0x10, 0x03})[0], 0x50);
     Bytes seed = ask(tester, {0x27, 0x01});
     ASSERT_EQ(seed, (Bytes{0x67, 0x01, 0x12, 0x34, 0x56, 0x78}));
@@ -162,12 +154,7 @@ TEST(EcuNode, SecurityAccessUnlocksWithTheDocumentedKeyAndRefusesAWrongOne) {
     EXPECT_EQ(ask(tester, {0x2E, 0x01, 0x00, 0x00, 0x00, 0x03, 0x20}), (Bytes{0x6E, 0x01, 0x00}));
 }
 
-TEST(EcuNode, PendingAnswersComeApartBeforeTheFinalAnswer) {
-    Running running;
-    auto ecu = loadEcu("engine_ecu.json");
-    ASSERT_TRUE(ecu);
-    Listener bus;
-    IsoTpLink tester(testerFor(*ecu));
+TEST_F(EcuNode, PendingAnswersComeApartBeforeTheFinalAnswer) {
     const Bytes pending = {0x7F, 0x22, 0x78};
     EXPECT_EQ(ask(tester, {0x22, 0x01, 0x04}), pending);
     Bytes answer;
@@ -183,7 +170,7 @@ TEST(EcuNode, PendingAnswersComeApartBeforeTheFinalAnswer) {
     EXPECT_GE(frames[2].at - frames[1].at, 35ms);
 }
 
-TEST(EcuNode, SeveralEcusRunAtOnceEachOnItsOwnAddressesAndChannel) {
+TEST(EcuNodes, SeveralEcusRunAtOnceEachOnItsOwnAddressesAndChannel) {
     Running running;
     auto engine = loadEcu("engine_ecu.json");
     auto body = loadEcu("body_ecu_extended.json");
@@ -201,14 +188,14 @@ TEST(EcuNode, SeveralEcusRunAtOnceEachOnItsOwnAddressesAndChannel) {
     EXPECT_EQ(bodyTester.receive(answer, 100ms), NResult::Idle);
 }
 
-TEST(EcuNode, StopsAtOnceWhileAnAnswerWaitsAndSendsNothingAfter) {
+TEST(EcuNodes, StopsAtOnceWhileAnAnswerWaitsAndSendsNothingAfter) {
     Running running;
     Listener bus;
     hostbridge::ecu::EcuConfig config;
     std::string error;
     ASSERT_TRUE(hostbridge::ecu::loadEcuConfig(kData + "/engine_ecu.json", config, error)) << error;
     config.pendingIntervalMs = 60000;  // the second answer would come a minute later
-    auto ecu = std::make_unique<EcuNode>(std::move(config));
+    auto ecu = std::make_unique<Node>(std::move(config));
     {
         IsoTpLink tester(testerFor(*ecu));
         ASSERT_EQ(tester.send({0x22, 0x01, 0x04}, false), NResult::Ok);
@@ -222,13 +209,13 @@ TEST(EcuNode, StopsAtOnceWhileAnAnswerWaitsAndSendsNothingAfter) {
     EXPECT_EQ(bus.from(0x7E8).size(), 1u);
 }
 
-TEST(EcuNode, LoadGivesTheReasonForABadFile) {
+TEST(EcuNodes, LoadGivesTheReasonForABadFile) {
     std::string error;
-    EXPECT_EQ(EcuNode::load(kData + "/no_such_ecu.json", error), nullptr);
+    EXPECT_EQ(Node::load(kData + "/no_such_ecu.json", error), nullptr);
     EXPECT_NE(error.find("no_such_ecu.json"), std::string::npos) << error;
     const std::string path = ::testing::TempDir() + "/broken_ecu.json";
     std::ofstream(path) << "{\"addressing\": {\"physical_id\": \"XYZ\"}}";
     error.clear();
-    EXPECT_EQ(EcuNode::load(path, error), nullptr);
+    EXPECT_EQ(Node::load(path, error), nullptr);
     EXPECT_NE(error.find("physical_id"), std::string::npos) << error;
 }

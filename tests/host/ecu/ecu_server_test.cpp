@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdio>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -20,17 +21,8 @@ namespace {
 
 std::vector<uint8_t> bytes(const std::string& hex) {
     std::vector<uint8_t> out;
-    unsigned value = 0;
-    int digits = 0;
-    for (char c : hex) {
-        if (c == ' ') continue;
-        value = value * 16 + static_cast<unsigned>(std::stoi(std::string(1, c), nullptr, 16));
-        if (++digits == 2) {
-            out.push_back(static_cast<uint8_t>(value));
-            value = 0;
-            digits = 0;
-        }
-    }
+    std::istringstream in(hex);
+    for (unsigned b; in >> std::hex >> b;) out.push_back(static_cast<uint8_t>(b));
     return out;
 }
 

@@ -248,6 +248,11 @@ protected:
         device_control_interface::shutdown({});
     }
 
+    // Drops every channel and slave, keeping the fake clock.
+    void freshMaster() {
+        hostxcp::resetAll();
+        hostxcp::setClock(clock_);
+    }
     static XcpCanCfg canCfg(bool fd = false) {
         XcpCanCfg c{};
         c.clk_mhz = 24;

@@ -207,8 +207,7 @@ std::vector<CommandCase> commandCases() {
 
 TEST_F(XcpMaster, EveryCommandSendsItsRequestInTheSlavesByteOrderAndCopiesTheAnswer) {
     for (const bool motorola : {false, true}) {
-        hostxcp::resetAll();
-        hostxcp::setClock(clock_);
+        freshMaster();
         const uint32_t hand = connected(connectAnswer(0x15, motorola ? 0x01 : 0x00));
         for (const CommandCase& c : commandCases()) {
             // An answer of 8 bytes: PID, then bytes the commands that read answers can parse.
@@ -284,8 +283,7 @@ TEST_F(XcpMaster, UploadSplitsByMaxCtoOrUsesTheSlavesBlockMode) {
     // AG 1 (7 elements a frame), AG 2 (3 words after a fill byte), AG 4 (1 dword after 3), block mode.
     for (const Case& c : {Case{0x00, 20, {7, 7, 6}}, Case{0x02, 7, {3, 3, 1}}, Case{0x04, 3, {1, 1, 1}},
                           Case{0x40, 20, {20}}}) {
-        hostxcp::resetAll();
-        hostxcp::setClock(clock_);
+        freshMaster();
         const uint32_t hand = connected(connectAnswer(0x15, c.comm));
         const std::size_t ag = std::size_t{1} << ((c.comm >> 1) & 3);
         std::size_t pos = 0;
@@ -332,8 +330,7 @@ TEST_F(XcpMaster, DownloadSplitsIntoCommandsOrMasterBlocksWithinMaxBs) {
     }
     {
         // Master block mode, MAX_BS 2, MIN_ST 1: a block of two frames answered once, then the rest.
-        hostxcp::resetAll();
-        hostxcp::setClock(clock_);
+        freshMaster();
         const uint32_t hand = connected();
         int answered = 0;
         peer_->setScript([&answered](const Bytes& r) -> std::vector<Answer> {
@@ -354,8 +351,7 @@ TEST_F(XcpMaster, DownloadSplitsIntoCommandsOrMasterBlocksWithinMaxBs) {
     }
     {
         // AG 4: two fill bytes after the count and one dword a frame; DOWNLOAD_MAX has three after its PID.
-        hostxcp::resetAll();
-        hostxcp::setClock(clock_);
+        freshMaster();
         const uint32_t hand = connected(connectAnswer(0x15, 0x04));
         ASSERT_EQ(xcpDownload(hand, 2, data, 8, buf, sizeof buf), XCP_ERR_SUCCESS);
         EXPECT_EQ(peer_->heard(), (std::vector<Bytes>{{0xF0, 1, 0, 0, 0x40, 0x41, 0x42, 0x43},
@@ -379,8 +375,7 @@ TEST_F(XcpMaster, CanFdCarriesLongCommandsAndPaddingFillsFrames) {
         EXPECT_EQ(xcpShortDownload(hand, 1, &v, 0x100, &v, 1, buf, sizeof buf), XCP_ERR_FAILED)
             << "SHORT_DOWNLOAD needs more than 8 bytes";
     }
-    hostxcp::resetAll();
-    hostxcp::setClock(clock_);
+    freshMaster();
     const uint32_t hand = connected(connectAnswer(0x15, 0x00, 64, 64), protocol(), true);
     uint8_t data[10] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
     uint8_t ext = 2;
@@ -414,8 +409,7 @@ TEST_F(XcpMaster, TimeOutsSendSynchAndRepeatUpToRetriesOnTheFakeClock) {
     EXPECT_EQ(clock_->nowUs() - start, 500000);
 
     // BUILD_CHECKSUM waits T2 and PROGRAM_CLEAR T4; no retries here.
-    hostxcp::resetAll();
-    hostxcp::setClock(clock_);
+    freshMaster();
     const uint32_t once = connected(connectAnswer(), protocol(0));
     peer_->setScript([](const Bytes&) { return std::vector<Answer>{}; });
     int64_t t0 = clock_->nowUs();
@@ -604,8 +598,7 @@ TEST_F(XcpMaster, MalformedAnswersEndInProtocolErrorsAndStrayFramesAreIgnored) {
             EXPECT_EQ(xcpGetStatus(hand, buf, sizeof buf), XCP_ERR_NOT_CONNECTED);
         }
     }
-    hostxcp::resetAll();
-    hostxcp::setClock(clock_);
+    freshMaster();
     const uint32_t hand = connected(connectAnswer(), protocol(0));
     // An error packet without its code, a short UPLOAD answer, a short COMM_MODE_INFO.
     peer_->setScript([](const Bytes& r) -> std::vector<Answer> {
