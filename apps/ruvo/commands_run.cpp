@@ -275,6 +275,27 @@ const char* const kDemoLog =
     "(1700000000.030000) can1 7DF#0201000000000000\n"
     "(1700000000.040000) can0 7E0#023E000000000000\n";
 
+// What the demo's frames mean: the diagnostic requests and replies, and the body frame.
+const char* const kDemoDbc =
+    "VERSION \"\"\nBU_: Tester Responder Body\n"
+    "BO_ 2016 DiagRequest: 8 Tester\n"
+    " SG_ Length : 0|8@1+ (1,0) [0|7] \"bytes\" Responder\n"
+    " SG_ Service : 8|8@1+ (1,0) [0|255] \"\" Responder\n"
+    " SG_ Parameter : 16|8@1+ (1,0) [0|255] \"\" Responder\n"
+    "BO_ 2015 FunctionalRequest: 8 Tester\n"
+    " SG_ Length : 0|8@1+ (1,0) [0|7] \"bytes\" Responder\n"
+    " SG_ Service : 8|8@1+ (1,0) [0|255] \"\" Responder\n"
+    "BO_ 2024 DiagReply: 8 Responder\n"
+    " SG_ Length : 0|8@1+ (1,0) [0|7] \"bytes\" Tester\n"
+    " SG_ Service : 8|8@1+ (1,0) [0|255] \"\" Tester\n"
+    " SG_ Parameter : 16|8@1+ (1,0) [0|255] \"\" Tester\n"
+    " SG_ Stamp : 56|8@1+ (1,0) [0|255] \"\" Tester\n"
+    "BO_ 291 BodyStatus: 8 Body\n"
+    " SG_ DoorsOpen : 0|4@1+ (1,0) [0|15] \"\" Tester\n"
+    " SG_ Temperature : 8|8@1+ (0.5,-40) [-40|87.5] \"degC\" Tester\n"
+    "VAL_ 2016 Service 16 \"session control\" 17 \"ECU reset\" 62 \"tester present\";\n"
+    "VAL_ 2024 Service 80 \"session control reply\" 81 \"ECU reset reply\" 126 \"tester present reply\";\n";
+
 void body(const char* applet, const char* func, const std::string& code) {
     if (ruvo_sdk::setRuvoFuncCodeByName(applet, func, code.data(), static_cast<unsigned>(code.size())) != 0) {
         throw std::runtime_error(std::string("no function ") + func);
@@ -453,6 +474,12 @@ int cmdDemo(const Args& args) {
     replay(canlog::read(logPath).frames, [&](const canlog::Frame& f) { sent.push_back(f); });
     std::printf("4. the applet sent %zu frames:\n", sent.size());
     for (const auto& f : sent) std::printf("%s\n", canlog::formatLine(".log", f).c_str());
+    const std::string dbcPath = project + "/demo.dbc";
+    std::ofstream(dbcPath) << kDemoDbc;
+    std::printf("   decoded with %s (ruvo decode --dbc %s LOG):\n", dbcPath.c_str(), dbcPath.c_str());
+    const std::vector<ChannelDatabase> databases = {{-1, readDatabase(dbcPath)}};
+    for (const auto& f : canlog::read(logPath).frames) std::printf("   in  %s\n", decodedLine(f, databases, false).c_str());
+    for (const auto& f : sent) std::printf("   out %s\n", decodedLine(f, databases, false).c_str());
     ruvo_sdk::unloadRuvoMp(a);
     // The same applet as a script for the measurement device.
     if (ruvo_sdk::generateCodeFiles(a, "") != 0) throw std::runtime_error("cannot write the responder's files");
