@@ -10,6 +10,7 @@
 #include "model/MpRuvo.h"
 #include "model/manager_port.h"
 #include "build/compile_command.h"
+#include "build/prebuilt.h"
 #include "host/log_interface.h"
 #include "model/text_file.h"
 #include "platform/process.h"
@@ -70,9 +71,15 @@ int AppletCompiler::build(const std::string& name, const std::string& codePath,
     platform::Command command;
     if (platform::hostToolchain() == platform::Toolchain::Windows) {
         command.windowsLine = ruvo::windowsCompileCommand(in);
-    } else {
-        command.argv = ruvo::posixCompileArguments(in);
+        return run(name, command);
     }
+    const ruvo::PrebuiltPieces pieces = ruvo::preparePrebuilt(in.currentDir);
+    command.argv = ruvo::posixCompileArguments(in, pieces);
+    const int r = run(name, command);
+    if (pieces.prefixPch.empty() || !ruvo::reportsStalePrefix(output())) return r;
+    // Headers changed under the prefix: compile the plain way; the next compile makes it anew.
+    ruvo::discardPrebuilt(pieces);
+    command.argv = ruvo::posixCompileArguments(in);
     return run(name, command);
 }
 

@@ -58,21 +58,29 @@ std::string windowsCompileCommand(const CompileCommandInput& in) {
            "set VCToolsInstallDir=" + msvc + " && " + "set VSINSTALLDIR=" + B + " &&  " + c;
 }
 
-std::vector<std::string> posixCompileArguments(const CompileCommandInput& in) {
-    const std::string B = in.currentDir + "/Ruvo";
-    const std::string I = in.currentDir + "/Ruvo/KELN_Ruvo_Include";
-
-    std::vector<std::string> a = {B + "/clang_compiler/clang++", "-std=c++17",
-                                  "-flto-jobs=" + std::to_string(in.jobs)};
+std::vector<std::string> posixCompilerFlags(const std::string& currentDir, unsigned jobs) {
     // In place of the Windows target: a shared object that exports only the applet's own
     // symbols, so it can really be unmapped again.
-    a.insert(a.end(), {"-fPIC", "-fvisibility=hidden", "-fvisibility-inlines-hidden",
-                       "-Wno-unused-command-line-argument"});
-    a.push_back(notAnOption(in.codePath + "RuvoBase.cpp"));
+    return {currentDir + "/Ruvo/clang_compiler/clang++", "-std=c++17", "-flto-jobs=" + std::to_string(jobs),
+            "-fPIC", "-fvisibility=hidden", "-fvisibility-inlines-hidden", "-Wno-unused-command-line-argument"};
+}
+
+std::vector<std::string> posixIncludeArguments(const std::string& currentDir) {
+    const std::string I = currentDir + "/Ruvo/KELN_Ruvo_Include";
+    std::vector<std::string> a;
+    for (const char* dir : kIncludeDirs) a.insert(a.end(), {"-I", I + "/" + posixPath(dir)});
+    return a;
+}
+
+std::vector<std::string> posixCompileArguments(const CompileCommandInput& in, const PrebuiltPieces& prebuilt) {
+    std::vector<std::string> a = posixCompilerFlags(in.currentDir, in.jobs);
+    if (!prebuilt.prefixPch.empty()) a.insert(a.end(), {"-include-pch", prebuilt.prefixPch});
+    a.push_back(prebuilt.baseObject.empty() ? notAnOption(in.codePath + "RuvoBase.cpp") : prebuilt.baseObject);
     a.push_back(notAnOption(in.codePath + "singleapp.cpp"));
     a.insert(a.end(), {"-shared", "-o", in.outputPath});
-    for (const char* dir : kIncludeDirs) a.insert(a.end(), {"-I", I + "/" + posixPath(dir)});
-    a.insert(a.end(), {"-L", B + "/KELN_Ruvo_Lib"});
+    const std::vector<std::string> includes = posixIncludeArguments(in.currentDir);
+    a.insert(a.end(), includes.begin(), includes.end());
+    a.insert(a.end(), {"-L", in.currentDir + "/Ruvo/KELN_Ruvo_Lib"});
     a.insert(a.end(), std::begin(kLibraries), std::end(kLibraries));
     return a;
 }

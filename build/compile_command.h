@@ -15,8 +15,19 @@ struct CompileCommandInput {
     std::string outputPath;  // the module file
 };
 
+// What the installation has made once for every applet (build/prebuilt.h); empty: none.
+struct PrebuiltPieces {
+    std::string prefixPch;   // the applet headers, precompiled
+    std::string baseObject;  // RuvoBase.cpp, compiled
+};
+
 std::string windowsCompileCommand(const CompileCommandInput& in);
-std::vector<std::string> posixCompileArguments(const CompileCommandInput& in);
+// With prebuilt pieces, the prefix is taken precompiled and RuvoBase linked as an object.
+std::vector<std::string> posixCompileArguments(const CompileCommandInput& in,
+                                               const PrebuiltPieces& prebuilt = PrebuiltPieces());
+// The compiler and the flags every applet translation unit gets, and the include directories.
+std::vector<std::string> posixCompilerFlags(const std::string& currentDir, unsigned jobs);
+std::vector<std::string> posixIncludeArguments(const std::string& currentDir);
 std::string windowsFormatCommand(const std::string& currentDir, const std::string& path);
 std::vector<std::string> posixFormatArguments(const std::string& currentDir, const std::string& path);
 // One line for the log: arguments apart by blanks, quoted where a blank or a shell character

@@ -84,6 +84,11 @@ TEST(CompileCommand, PosixArgumentsCarryHostilePathsWhole) {
     EXPECT_EQ(d[7], "./-shared/RuvoBase.cpp");
     EXPECT_EQ(d[8], "./-shared/singleapp.cpp");
     EXPECT_EQ(d[11], "-o") << "the value of -o is taken as it is";
+    // Prebuilt pieces: the prefix before the sources, RuvoBase as an object in its place.
+    const std::vector<std::string> p = ruvo::posixCompileArguments(in, {"/h o/x.pch", "/h o/b.o"});
+    ASSERT_EQ(p.size(), 53u);
+    EXPECT_EQ(std::vector<std::string>(p.begin() + 7, p.begin() + 11),
+              (std::vector<std::string>{"-include-pch", "/h o/x.pch", "/h o/b.o", odd + "a_code/singleapp.cpp"}));
 }
 
 TEST(CompileCommand, FormatterLines) {

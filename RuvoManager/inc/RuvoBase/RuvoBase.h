@@ -1,4 +1,8 @@
 #pragma once
+// A guard as well: the precompiled applet prefix holds the installation's copy of this header
+// and the applet includes its own copy beside its sources.
+#ifndef RUVO_BASE_H_INCLUDED
+#define RUVO_BASE_H_INCLUDED
 // Module-side base of every applet: the service tables, the event kinds that init() registers,
 // and the module's initialisation entry. Copied beside the applet's sources before a compile.
 
@@ -34,3 +38,5 @@ extern "C" __declspec(dllexport) void intKelnCompltInfo(KelnCompltInfo info);
 const char* ruvoAppletName();
 // Registrations made so far, for the applet's own use.
 int ruvoRegisteredCount();
+
+#endif  // RUVO_BASE_H_INCLUDED
