@@ -24,7 +24,7 @@ bool DatabaseConfig::add(int channel, const std::string& path, const std::string
 void DatabaseConfig::add(int channel, const std::string& name, const std::string& marker,
                          std::shared_ptr<const Database> database) {
     std::lock_guard<std::mutex> lock(mutex_);
-    entries_.push_back({channel, name, identifierFor(marker.empty() ? name : marker), "", std::move(database)});
+    entries_.push_back({channel, name, identifierFor(marker.empty() ? name : marker), std::move(database)});
 }
 
 void DatabaseConfig::clear() {

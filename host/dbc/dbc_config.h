@@ -18,7 +18,6 @@ struct LoadedDatabase {
     int channel = 0;
     std::string name;    // file name without ".dbc"
     std::string marker;  // as configured, or the name; made an identifier (dbc_names.h)
-    std::string path;
     std::shared_ptr<const Database> database;
 };
 

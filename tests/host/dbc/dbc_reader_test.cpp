@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "host/dbc/dbc_database.h"
+#include "host/dbc/dbc_names.h"
 
 using namespace hostbridge::dbc;
 
@@ -207,5 +208,34 @@ INSTANTIATE_TEST_SUITE_P(TestData, DbcDataFile, testing::ValuesIn(dataFiles()),
                                  if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
                              return n;
                          });
+
+}  // namespace
+
+namespace {
+
+// Code names never shadow a real name: a lookup by name, then by code name, finds the signal a
+// generated record member stands for.
+TEST(DbcCodeNames, LookupsByNameAndCodeNameAgree) {
+    using namespace hostbridge::dbc;
+    Database db;
+    std::string error;
+    ASSERT_TRUE(readDbcText("BO_ 1 m-1: 8 N\n SG_ x-y : 0|8@1+ (1,0) [0|0] \"\" N\n"
+                            " SG_ x_y : 8|8@1+ (1,0) [0|0] \"\" N\n SG_ x_y : 16|8@1+ (1,0) [0|0] \"\" N\n"
+                            " SG_ m_1 : 24|8@1+ (1,0) [0|0] \"\" N\nBO_ 2 m_1: 8 N\nBO_ 3 _Big: 8 N\n",
+                            "n.dbc", db, error))
+        << error;
+    const Message& m = db.messages[0];
+    EXPECT_EQ(m.codeName, "m_1_2") << "m_1 is another message's own name";
+    EXPECT_EQ(db.messages[1].codeName, "m_1");
+    EXPECT_EQ(db.messages[2].codeName, "x_Big") << "reserved spelling";
+    std::vector<std::string> codes;
+    for (const Signal& s : m.signals) codes.push_back(s.codeName);
+    EXPECT_EQ(codes, (std::vector<std::string>{"x_y_2", "x_y", "x_y_3", "m_1"}));
+    EXPECT_EQ(m.findSignal("x_y")->startBit, 8u) << "the signal's own name first";
+    EXPECT_EQ(m.findSignal("x_y_2")->startBit, 0u);
+    EXPECT_EQ(m.findSignal("x_y_3")->startBit, 16u);
+    EXPECT_EQ(identifierFor("9 lives!"), "_9_lives_");
+    EXPECT_EQ(identifierFor(""), "unnamed");
+}
 
 }  // namespace
