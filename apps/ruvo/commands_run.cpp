@@ -35,54 +35,42 @@ void loadModule(const std::string& applet) {
     }
 }
 
-// The frames the applets send, one line each, written through to the file or stdout as they
-// go out, so that a reader sees them live and an interrupted replay leaves whole lines. Never
-// throws: it runs inside the applets' sends; a failed write is reported after the replay.
+// The frames the applets send, written through to the file (in the format of its suffix) or
+// stdout as they go out, so that a reader sees them live and an interrupted replay leaves whole
+// lines. Never throws: it runs inside the applets' sends; a failed write is reported after the
+// replay.
 class FrameOutput {
 public:
     // Empty path: stdout.
-    explicit FrameOutput(const std::string& path) : path_(path) {
-        if (path.empty()) {
-            out_ = stdout;
-            suffix_ = ".log";
-            return;
-        }
-        suffix_ = canlog::formatOf(path);
-        out_ = std::fopen(path.c_str(), "w");
-        if (out_ == nullptr) throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
-    }
-    ~FrameOutput() {
-        if (out_ != nullptr && out_ != stdout) std::fclose(out_);
-    }
+    explicit FrameOutput(const std::string& path)
+        : path_(path), out_(path.empty() ? canlog::Writer(stdout, ".log", true) : canlog::Writer(path, true)) {}
     FrameOutput(const FrameOutput&) = delete;
     FrameOutput& operator=(const FrameOutput&) = delete;
 
     void write(const canlog::Frame& f) noexcept {
         if (!error_.empty()) return;
         try {
-            const std::string line = canlog::formatLine(suffix_, f) + "\n";
-            if (std::fwrite(line.data(), 1, line.size(), out_) != line.size() || std::fflush(out_) != 0) {
-                error_ = std::strerror(errno);
-            }
+            out_.write(f);
         } catch (const std::exception& e) {
             error_ = e.what();
         }
     }
-    // Flushes and closes; raises if any write failed.
+    // Ends and closes the log; raises if any write failed.
     void finish() {
-        if (out_ != stdout && out_ != nullptr) {
-            if (std::fclose(out_) != 0 && error_.empty()) error_ = std::strerror(errno);
-            out_ = nullptr;
-        } else if (std::fflush(stdout) != 0 && error_.empty()) {
-            error_ = std::strerror(errno);
+        if (error_.empty()) {
+            try {
+                out_.finish();
+            } catch (const std::exception& e) {
+                error_ = e.what();
+            }
         }
-        if (!error_.empty()) throw std::runtime_error("cannot write " + (path_.empty() ? "stdout" : path_) + ": " + error_);
+        if (!error_.empty()) throw std::runtime_error(error_);
     }
     bool failed() const { return !error_.empty(); }
 
 private:
-    std::string path_, suffix_;
-    std::FILE* out_ = nullptr;
+    std::string path_;
+    canlog::Writer out_;
     std::string error_;
 };
 
