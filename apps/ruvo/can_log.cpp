@@ -461,8 +461,11 @@ Writer::Writer(const std::string& path, bool flushEachFrame, double earliest) : 
 
 Writer::Writer(std::FILE* out, const std::string& suffix, bool flushEachFrame) : file_(out), name_("stdout") {
     const std::string key = registered(suffix, "stdout");
-    if (key == ".blf") throw std::runtime_error("stdout: BLF logs go to a file");
-    format_ = key == ".asc" ? detail::ascWriter(out, flushEachFrame, -1) : detail::candumpWriter(out, flushEachFrame);
+    if (key == ".blf") {
+        format_ = detail::blfWriter(out, -1);
+    } else {
+        format_ = key == ".asc" ? detail::ascWriter(out, flushEachFrame, -1) : detail::candumpWriter(out, flushEachFrame);
+    }
 }
 
 Writer::~Writer() {

@@ -87,7 +87,8 @@ public:
     // earliest time stamp to come: ASC and BLF stamp frames relative to a start, and a frame
     // before it cannot be written.
     explicit Writer(const std::string& path, bool flushEachFrame = false, double earliest = -1);
-    // Text of the format of `suffix` (not ".blf") to a stream the caller owns, such as stdout.
+    // The format of `suffix` to a stream the caller owns, such as stdout; BLF needs one that
+    // can seek (its header is written last).
     Writer(std::FILE* out, const std::string& suffix, bool flushEachFrame);
     ~Writer();
     Writer(const Writer&) = delete;

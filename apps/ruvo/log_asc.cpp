@@ -133,7 +133,7 @@ int64_t parseDate(const Tokens& t, size_t from) {
     tm.tm_mon = monthOf(month);
     if (tm.tm_mon < 0) throw BadRecord("bad month " + shown(month.str()));
     tm.tm_mday = static_cast<int>(number(day, 10, 31, "day"));
-    tm.tm_year = static_cast<int>(number(year, 10, 5000, "year")) - 1900;
+    tm.tm_year = static_cast<int>(number(year, 10, 9999, "year")) - 1900;
     int hms[3] = {0, 0, 0};
     int ms = 0;
     size_t i = 0;
@@ -279,7 +279,7 @@ void parseFd(const Tokens& t, const AscState& s, Frame& f) {
     if (i + 4 > t.count) throw BadRecord("expected BRS ESI DLC LENGTH after the id");
     const uint32_t brs = number(t.t[i], 10, 1, "bit rate switch");
     const uint32_t esi = number(t.t[i + 1], 10, 1, "error state indicator");
-    const uint32_t dlc = number(t.t[i + 2], 16, 15, "length code");
+    const uint32_t dlc = number(t.t[i + 2], s.base, 15, "length code");
     const uint32_t length = number(t.t[i + 3], 10, 64, "data length");
     const size_t after = parseData(t, i + 4, length, s.base, f);
     // Then duration, frame length, flags and CRC, all numbers; the flags say whether this

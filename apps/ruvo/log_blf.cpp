@@ -67,7 +67,7 @@ int64_t fromSystemTime(const uint8_t* p) {
     uint16_t v[8];
     for (int i = 0; i < 8; ++i) v[i] = get16(p + 2 * i);
     if (v[0] == 0) return 0;
-    if (v[0] < 1970 || v[0] > 5000 || v[1] < 1 || v[1] > 12 || v[3] < 1 || v[3] > 31 || v[4] > 23 || v[5] > 59 ||
+    if (v[0] < 1970 || v[0] > 9999 || v[1] < 1 || v[1] > 12 || v[3] < 1 || v[3] > 31 || v[4] > 23 || v[5] > 59 ||
         v[6] > 60 || v[7] > 999) {
         throw BadRecord("bad start time in the file header");
     }
@@ -282,10 +282,9 @@ private:
         const uint32_t flags = get32(p + 16);
         const uint64_t stamp = get64(p + 24);
         // 1: tens of microseconds; 2 (and anything else): nanoseconds.
+        if (stamp > (static_cast<uint64_t>(1) << (flags == 1 ? 58 : 62))) throw BadRecord("time stamp too large");
         const uint64_t us = flags == 1 ? stamp * 10 : (stamp + 500) / 1000;
-        if (stamp > (static_cast<uint64_t>(1) << 62) || static_cast<double>(us) + static_cast<double>(startUs_) > kMaxTime * 1e6) {
-            throw BadRecord("time stamp too large");
-        }
+        if (static_cast<double>(us) + static_cast<double>(startUs_) > kMaxTime * 1e6) throw BadRecord("time stamp too large");
         const uint8_t* body = p + headerSize;
         const size_t bodySize = objectSize - headerSize;
         Frame f;
@@ -397,6 +396,9 @@ public:
         if (!begun_) begin(f.time);
         const int64_t us = microseconds(f.time);
         if (us < startUs_) throw std::runtime_error("frame at " + std::to_string(f.time) + " s is before the start of the log");
+        if (us - startUs_ >= (static_cast<int64_t>(1) << 62) / 1000) {
+            throw std::runtime_error("frame at " + std::to_string(f.time) + " s is too long after the start of the log");
+        }
         if (us > lastUs_) lastUs_ = us;
         const uint32_t id = f.id | (f.extended ? kExtendedFlag : 0);
         const uint16_t channel = static_cast<uint16_t>(channelNumber(f.channel) + 1);
