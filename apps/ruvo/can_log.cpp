@@ -1,5 +1,6 @@
 #include "apps/ruvo/can_log.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -70,7 +71,14 @@ void checkFrame(const Frame& f) {
     }
 }
 
-std::string channelName(int number) { return "can" + std::to_string(number); }
+const std::string& channelName(int number) {
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> all;
+        for (int n = 0; n <= kMaxChannel; ++n) all.push_back("can" + std::to_string(n));
+        return all;
+    }();
+    return names.at(static_cast<size_t>(number));
+}
 
 int64_t microseconds(double seconds) { return std::llround(seconds * 1e6); }
 
@@ -80,21 +88,38 @@ int64_t startMilliseconds(double earliest) {
 }
 
 bool LineReader::next(std::string& line) {
-    line.clear();
-    std::streambuf* buffer = in_.rdbuf();
-    if (buffer == nullptr) return false;
-    bool any = false;
-    for (int c = buffer->sbumpc(); c != std::char_traits<char>::eof(); c = buffer->sbumpc()) {
-        if (!any) ++number_;
-        any = true;
-        if (c == '\n') break;
-        if (line.size() >= limit_) {
+    for (;;) {
+        const char* start = buffer_.data() + begin_;
+        const char* newline = static_cast<const char*>(std::memchr(start, '\n', end_ - begin_));
+        if (newline != nullptr || (eof_ && end_ > begin_)) {
+            const size_t length = newline != nullptr ? static_cast<size_t>(newline - start) : end_ - begin_;
+            ++number_;
+            if (length > limit_) throw BadRecord("line longer than " + std::to_string(limit_) + " characters");
+            line.assign(start, length);
+            begin_ += length + (newline != nullptr ? 1 : 0);
+            while (!line.empty() && (line.back() == '\r' || line.back() == ' ' || line.back() == '\t')) line.pop_back();
+            return true;
+        }
+        if (eof_) return false;
+        // No line end in what is buffered: a line over the limit is refused before more of it
+        // is read; otherwise the rest moves to the front and the next chunk follows it.
+        if (end_ - begin_ > limit_) {
+            ++number_;
             throw BadRecord("line longer than " + std::to_string(limit_) + " characters");
         }
-        line.push_back(static_cast<char>(c));
+        std::memmove(buffer_.data(), start, end_ - begin_);
+        end_ -= begin_;
+        begin_ = 0;
+        std::streambuf* source = in_.rdbuf();
+        const std::streamsize got =
+            source == nullptr ? 0 : source->sgetn(buffer_.data() + end_, static_cast<std::streamsize>(buffer_.size() - end_));
+        if (got <= 0) {
+            eof_ = true;
+            in_.setstate(std::ios::eofbit);
+        } else {
+            end_ += static_cast<size_t>(got);
+        }
     }
-    while (!line.empty() && (line.back() == '\r' || line.back() == ' ' || line.back() == '\t')) line.pop_back();
-    return any;
 }
 
 }  // namespace detail
@@ -103,12 +128,17 @@ namespace {
 
 using detail::shown;
 
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
+struct HexTable {
+    int8_t value[256];
+    HexTable() {
+        for (int c = 0; c < 256; ++c) value[c] = -1;
+        for (int d = 0; d < 10; ++d) value['0' + d] = static_cast<int8_t>(d);
+        for (int d = 0; d < 6; ++d) value['a' + d] = value['A' + d] = static_cast<int8_t>(10 + d);
+    }
+};
+const HexTable kHex;
+
+int hexValue(char c) { return kHex.value[static_cast<unsigned char>(c)]; }
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
@@ -167,14 +197,16 @@ double parseTime(const char* p, size_t n) {
 // Letters first, then letters, digits, '_' or '-', ending in the channel number: "can0",
 // "vcan3", "slcan0". 15 characters at most, as an interface name.
 void checkChannel(const std::string& name) {
-    const std::string bad = "bad channel name " + shown(name) + ": expected an interface name such as can0";
-    if (name.empty() || name.size() > 15 || !isLetter(name[0])) throw BadRecord(bad);
+    const auto bad = [&](const char* more) {
+        return BadRecord("bad channel name " + shown(name) + ": expected an interface name such as can0" + more);
+    };
+    if (name.empty() || name.size() > 15 || !isLetter(name[0])) throw bad("");
     for (char c : name) {
-        if (!isLetter(c) && !isDigit(c) && c != '_' && c != '-') throw BadRecord(bad);
+        if (!isLetter(c) && !isDigit(c) && c != '_' && c != '-') throw bad("");
     }
     size_t i = name.size();
     while (i > 0 && isDigit(name[i - 1])) --i;
-    if (i == name.size()) throw BadRecord(bad + " (no channel number)");
+    if (i == name.size()) throw bad(" (no channel number)");
     long number = 0;
     for (size_t k = i; k < name.size(); ++k) {
         number = number * 10 + (name[k] - '0');
@@ -186,14 +218,22 @@ void checkChannel(const std::string& name) {
 }
 
 void parseHexBytes(const char* text, size_t n, std::vector<uint8_t>& out) {
-    for (size_t i = 0; i < n; ++i) {
-        if (hexValue(text[i]) < 0) throw BadRecord("bad data " + shown(std::string(text, n)) + ": hex digits only");
+    uint8_t bytes[64];
+    int bad = 0;
+    const size_t pairs = std::min<size_t>(n / 2, sizeof(bytes));
+    for (size_t i = 0; i < pairs; ++i) {
+        const int high = hexValue(text[2 * i]), low = hexValue(text[2 * i + 1]);
+        bad |= high | low;
+        bytes[i] = static_cast<uint8_t>(high << 4 | low);
     }
+    for (size_t i = 2 * pairs; i < n; ++i) bad |= hexValue(text[i]);
+    if (bad < 0) throw BadRecord("bad data " + shown(std::string(text, n)) + ": hex digits only");
     if (n % 2 != 0) throw BadRecord("bad data " + shown(std::string(text, n)) + ": odd number of hex digits");
-    out.resize(n / 2);
-    for (size_t i = 0; i < n; i += 2) {
-        out[i / 2] = static_cast<uint8_t>(hexValue(text[i]) << 4 | hexValue(text[i + 1]));
+    if (n / 2 > sizeof(bytes)) {
+        out.assign(n / 2, 0);  // too long for any frame; refused by the caller
+        return;
     }
+    out.assign(bytes, bytes + pairs);
 }
 
 constexpr uint32_t kErrorFlag = 0x20000000;
@@ -374,7 +414,7 @@ std::string candumpLine(const Frame& f) {
 void readCandump(std::istream& in, const std::string& shownName, const RecordSink& sink) {
     // One name per channel number, so that what the applets send on a channel goes out under
     // the name its frames came in with.
-    std::map<int, std::pair<std::string, size_t>> channels;
+    std::pair<std::string, size_t> channels[kMaxChannel + 1];
     LineReader lines(in, kMaxLineLength);
     std::string line;
     for (;;) {
@@ -388,15 +428,15 @@ void readCandump(std::istream& in, const std::string& shownName, const RecordSin
         }
         if (!f.error) {
             const int channel = channelNumber(f.channel);
-            const auto known = channels.emplace(channel, std::make_pair(f.channel, lines.number())).first;
-            if (known->second.first != f.channel) {
+            auto& known = channels[channel];
+            if (known.first.empty()) known = std::make_pair(f.channel, lines.number());
+            if (known.first != f.channel) {
                 throw LogError(shownName, lines.number(),
-                               "channel " + shown(f.channel) + " and " + shown(known->second.first) + " (line " +
-                                   std::to_string(known->second.second) + ") are both channel " +
-                                   std::to_string(channel));
+                               "channel " + shown(f.channel) + " and " + shown(known.first) + " (line " +
+                                   std::to_string(known.second) + ") are both channel " + std::to_string(channel));
             }
         }
-        sink(std::move(f));
+        sink.add(std::move(f));
     }
     if (in.bad()) throw std::runtime_error("cannot read " + shownName);
 }
@@ -424,8 +464,20 @@ LogError::LogError(const std::string& file_, const std::string& position_, const
 ReadResult read(std::istream& in, const std::string& suffix, const std::string& shownName, bool keepErrorFrames) {
     const Format& format = registry().at(registered(suffix, shownName));
     ReadResult result;
+    // Room for the frames up front, as far as the size of the input vouches for them: a text
+    // line is 40 bytes or more, a compressed binary record rarely under 4.
+    size_t size = 0;
+    const auto here = in.tellg();
+    if (here != std::istream::pos_type(-1) && in.seekg(0, std::ios::end)) {
+        size = static_cast<size_t>(in.tellg() - here);
+        in.seekg(here);
+    }
+    in.clear();
+    if (!format.binary) result.frames.reserve(size / 40);
     double latest = 0;
-    format.read(in, shownName, [&](Frame&& f) {
+    detail::RecordSink sink;
+    sink.expect = [&](size_t count) { result.frames.reserve(std::min(count, size / 4)); };
+    sink.add = [&](Frame&& f) {
         if (f.error) {
             ++result.skipped;
             if (!keepErrorFrames) return;
@@ -433,7 +485,8 @@ ReadResult read(std::istream& in, const std::string& suffix, const std::string& 
         if (!result.frames.empty() && f.time < latest) ++result.outOfOrder;
         if (result.frames.empty() || f.time > latest) latest = f.time;
         result.frames.push_back(std::move(f));
-    });
+    };
+    format.read(in, shownName, sink);
     return result;
 }
 

@@ -383,7 +383,7 @@ void readAsc(std::istream& in, const std::string& shownName, const RecordSink& s
         } catch (const BadRecord& e) {
             throw LogError(shownName, lines.number(), e.what());
         }
-        sink(std::move(f));
+        sink.add(std::move(f));
     }
     if (in.bad()) throw std::runtime_error("cannot read " + shownName);
 }

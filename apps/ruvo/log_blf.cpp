@@ -121,6 +121,7 @@ public:
         } catch (const BadRecord& e) {
             fail(40, e.what());
         }
+        sink_.expect(get32(header + 32));  // the count of objects
         skip(headerSize - kFileHeaderFields, 0, "file header");
         offset_ = headerSize;
         for (;;) {
@@ -369,7 +370,7 @@ private:
             f.error = true;
         }
         checkFrame(f);
-        sink_(std::move(f));
+        sink_.add(std::move(f));
     }
 
     std::istream& in_;

@@ -7,6 +7,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "apps/ruvo/can_log.h"
 
@@ -28,8 +29,12 @@ public:
 
 namespace detail {
 
-// Called with every record in file order, error frames included.
-using RecordSink = std::function<void(Frame&&)>;
+// Takes every record in file order, error frames included.
+struct RecordSink {
+    std::function<void(Frame&&)> add;
+    // How many records the file says it holds: a hint, which the taker bounds by the file's size.
+    std::function<void(size_t)> expect;
+};
 
 // Each raises LogError for the first malformed record, std::runtime_error when reading fails.
 void readCandump(std::istream& in, const std::string& shownName, const RecordSink& sink);
@@ -53,7 +58,7 @@ unsigned fdCode(size_t length);
 // Raises BadRecord unless the frame obeys the bus's rules (id range, lengths, flags).
 void checkFrame(const Frame& f);
 // "can3" for channel 3: the name ASC and BLF channels read back as.
-std::string channelName(int number);
+const std::string& channelName(int number);
 // Whole microseconds of a time stamp, and the ASC and BLF start (whole milliseconds, as their
 // headers hold it) for a log whose earliest frame is at `earliest`.
 int64_t microseconds(double seconds);
@@ -63,16 +68,20 @@ int64_t startMilliseconds(double earliest);
 // as soon as it passes the limit, so that a hostile file is never held whole.
 class LineReader {
 public:
-    LineReader(std::istream& in, size_t limit) : in_(in), limit_(limit) {}
+    LineReader(std::istream& in, size_t limit) : in_(in), limit_(limit), buffer_(kChunk + limit + 1) {}
     // False at the end of input; raises BadRecord for a line over the limit. `line` is
     // stripped of its line end and trailing blanks.
     bool next(std::string& line);
     size_t number() const { return number_; }
 
 private:
+    static constexpr size_t kChunk = 64 * 1024;
     std::istream& in_;
     size_t limit_;
     size_t number_ = 0;
+    std::vector<char> buffer_;
+    size_t begin_ = 0, end_ = 0;
+    bool eof_ = false;
 };
 
 }  // namespace detail
