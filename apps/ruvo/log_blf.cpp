@@ -184,50 +184,70 @@ private:
                               std::to_string(kMaxContainerSize) + ")");
         }
         const size_t base = pending_.size();
-        pending_.resize(base + declared);
-        uint8_t* out = pending_.data() + base;
         if (method == 0) {
             if (packed != declared) fail(at + 24, "stored log container declares " + std::to_string(declared) + " bytes but holds " + std::to_string(packed));
-            if (readUpTo(out, declared) != declared) fail(at, "truncated log container");
+            pending_.resize(base + declared);
+            if (readUpTo(pending_.data() + base, declared) != declared) fail(at, "truncated log container");
         } else if (method == 2) {
-            inflateReset(&zs_);
-            zs_.next_out = out;
-            zs_.avail_out = declared;
-            int status = Z_OK;
-            while (status != Z_STREAM_END) {
-                if (zs_.avail_in == 0) {
-                    if (packed == 0) fail(at, "truncated compressed data in the log container");
-                    const size_t chunk = static_cast<size_t>(std::min<uint64_t>(packed, sizeof(chunk_)));
-                    if (readUpTo(chunk_, chunk) != chunk) fail(at, "truncated log container");
-                    packed -= chunk;
-                    zs_.next_in = chunk_;
-                    zs_.avail_in = static_cast<uInt>(chunk);
-                }
-                // A full output buffer with input left: the data inflates beyond what the
-                // container declares (a lying size or a bomb), refused without growing.
-                uint8_t probe = 0;
-                if (zs_.avail_out == 0) {
-                    zs_.next_out = &probe;
-                    zs_.avail_out = 1;
-                    status = inflate(&zs_, Z_NO_FLUSH);
-                    if (zs_.avail_out == 0) fail(at, "log container inflates to more than the " + std::to_string(declared) + " bytes it declares");
-                    if (status == Z_STREAM_END) break;
-                } else {
-                    status = inflate(&zs_, Z_NO_FLUSH);
-                }
-                if (status != Z_OK && status != Z_STREAM_END && !(status == Z_BUF_ERROR && zs_.avail_in == 0)) {
-                    fail(at, std::string("bad compressed data in the log container (") + (zs_.msg ? zs_.msg : "zlib error") + ")");
-                }
-            }
-            if (zs_.avail_out != 0) {
-                fail(at, "log container inflates to " + std::to_string(declared - zs_.avail_out) + " bytes, not the " +
-                             std::to_string(declared) + " it declares");
-            }
-            if (zs_.avail_in != 0 || packed != 0) fail(at, "data after the end of the compressed stream in the log container");
+            inflate(at, base, declared, packed);
         } else {
             fail(at + 16, "unknown compression method " + std::to_string(method));
         }
         objects(at);
+    }
+
+    // Inflates the container's `packed` bytes after pending_[base]. The buffer grows with what
+    // the data really inflates to, up to the size the container declares: data that inflates
+    // beyond it (a lying size or a bomb) is refused without holding more.
+    void inflate(uint64_t at, size_t base, uint32_t declared, uint64_t packed) {
+        inflateReset(&zs_);
+        zs_.avail_in = 0;
+        size_t room = std::min<size_t>(declared, 64 * 1024);
+        size_t produced = 0;
+        pending_.resize(base + room);
+        const auto check = [&](int status) {
+            if (status == Z_STREAM_END || status == Z_OK) return;
+            if (status == Z_BUF_ERROR && zs_.avail_in == 0) return;  // needs more input
+            fail(at, std::string("bad compressed data in the log container (") + (zs_.msg ? zs_.msg : "zlib error") + ")");
+        };
+        for (;;) {
+            if (zs_.avail_in == 0) {
+                if (packed == 0) fail(at, "truncated compressed data in the log container");
+                const size_t chunk = static_cast<size_t>(std::min<uint64_t>(packed, sizeof(chunk_)));
+                if (readUpTo(chunk_, chunk) != chunk) fail(at, "truncated log container");
+                packed -= chunk;
+                zs_.next_in = chunk_;
+                zs_.avail_in = static_cast<uInt>(chunk);
+            }
+            if (produced == room && room == declared) {
+                // Full: only the end of the stream may follow.
+                uint8_t probe = 0;
+                zs_.next_out = &probe;
+                zs_.avail_out = 1;
+                const int status = ::inflate(&zs_, Z_NO_FLUSH);
+                if (zs_.avail_out == 0) {
+                    fail(at, "log container inflates to more than the " + std::to_string(declared) + " bytes it declares");
+                }
+                check(status);
+                if (status == Z_STREAM_END) break;
+                continue;
+            }
+            if (produced == room) {
+                room = std::min<size_t>(declared, room * 2);
+                pending_.resize(base + room);
+            }
+            zs_.next_out = pending_.data() + base + produced;
+            zs_.avail_out = static_cast<uInt>(room - produced);
+            const int status = ::inflate(&zs_, Z_NO_FLUSH);
+            produced = room - zs_.avail_out;
+            check(status);
+            if (status == Z_STREAM_END) break;
+        }
+        if (produced != declared) {
+            fail(at, "log container inflates to " + std::to_string(produced) + " bytes, not the " + std::to_string(declared) +
+                         " it declares");
+        }
+        if (zs_.avail_in != 0 || packed != 0) fail(at, "data after the end of the compressed stream in the log container");
     }
 
     // The whole objects in pending_; what is left continues in the next container.

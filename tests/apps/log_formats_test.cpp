@@ -200,6 +200,16 @@ TEST(LogFormats, WriterStreamsAndRefusesFramesBeforeTheStart) {
     ASSERT_EQ(r.frames.size(), 2u);
     EXPECT_EQ(r.frames[1].time, 10.2);
     EXPECT_EQ(r.outOfOrder, 1u);
+    // Many containers, whose compressed data spans the reader's chunks.
+    std::vector<canlog::Frame> many;
+    uint32_t seed = 1;
+    for (int i = 0; i < 30000; ++i) {
+        std::vector<uint8_t> data(8);
+        for (auto& b : data) b = static_cast<uint8_t>((seed = seed * 1103515245 + 12345) >> 16);
+        many.push_back(frame(1700000000 + i * 0.001, i % 2 ? "can1" : "can0", static_cast<uint32_t>(i) & 0x7FF, data));
+    }
+    canlog::write(dir.file("many.blf"), many);
+    EXPECT_EQ(describe(canlog::read(dir.file("many.blf")).frames), describe(many));
     // A log with no frames is still a log.
     canlog::write(dir.file("none.blf"), {});
     canlog::write(dir.file("none.asc"), {});
