@@ -224,7 +224,7 @@ void parseHexBytes(const char* text, size_t n, std::vector<uint8_t>& out) {
     for (size_t i = 0; i < pairs; ++i) {
         const int high = hexValue(text[2 * i]), low = hexValue(text[2 * i + 1]);
         bad |= high | low;
-        bytes[i] = static_cast<uint8_t>(high << 4 | low);
+        bytes[i] = static_cast<uint8_t>((high & 15) << 4 | (low & 15));  // checked below
     }
     for (size_t i = 2 * pairs; i < n; ++i) bad |= hexValue(text[i]);
     if (bad < 0) throw BadRecord("bad data " + shown(std::string(text, n)) + ": hex digits only");
