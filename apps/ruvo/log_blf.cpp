@@ -6,9 +6,11 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <memory>
 
 #include "apps/ruvo/log_format.h"
 
@@ -97,6 +99,33 @@ void putSystemTime(std::vector<uint8_t>& out, int64_t ms) {
     for (int v : fields) put16(out, static_cast<uint32_t>(v));
 }
 
+// Container data and what is left of it: grown without zeroing, as inflate fills it anyway.
+class Bytes {
+public:
+    size_t size() const { return size_; }
+    bool empty() const { return size_ == 0; }
+    uint8_t* data() { return data_.get(); }
+    // Keeps the contents up to `n`; what lies beyond them is unset.
+    void resize(size_t n) {
+        if (n > capacity_) {
+            const size_t capacity = std::max(n, capacity_ * 2);
+            std::unique_ptr<uint8_t[]> grown(new uint8_t[capacity]);
+            if (size_ > 0) std::memcpy(grown.get(), data_.get(), size_);
+            data_ = std::move(grown);
+            capacity_ = capacity;
+        }
+        size_ = n;
+    }
+    void dropFront(size_t n) {
+        if (n < size_) std::memmove(data_.get(), data_.get() + n, size_ - n);
+        size_ = n < size_ ? size_ - n : 0;
+    }
+
+private:
+    std::unique_ptr<uint8_t[]> data_;
+    size_t size_ = 0, capacity_ = 0;
+};
+
 class BlfReader {
 public:
     BlfReader(std::istream& in, const std::string& name, const RecordSink& sink) : in_(in), name_(name), sink_(sink) {
@@ -145,7 +174,7 @@ public:
         }
         if (!pending_.empty()) {
             bool padding = pending_.size() < 4;
-            for (uint8_t b : pending_) padding = padding && b == 0;
+            for (size_t i = 0; i < pending_.size(); ++i) padding = padding && pending_.data()[i] == 0;
             if (!padding) {
                 fail(lastContainer_, "the log ends inside an object (" + std::to_string(pending_.size()) + " bytes of it)");
             }
@@ -254,7 +283,7 @@ private:
     void objects(uint64_t at) {
         if (padOwed_ > 0) {
             const size_t n = std::min(padOwed_, pending_.size());
-            pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(n));
+            pending_.dropFront(n);
             padOwed_ -= n;
         }
         size_t pos = 0;
@@ -289,7 +318,7 @@ private:
             }
             pos += whole;
         }
-        pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(pos));
+        pending_.dropFront(pos);
     }
 
     void object(const uint8_t* p, uint16_t headerSize, uint16_t version, uint32_t objectSize, uint32_t type) {
@@ -402,7 +431,7 @@ private:
     int64_t startUs_ = 0;
     size_t count_ = 0;
     size_t padOwed_ = 0;
-    std::vector<uint8_t> pending_;
+    Bytes pending_;
     uint8_t chunk_[64 * 1024];
 };
 
