@@ -133,7 +133,7 @@ int cmdRun(const Args& args) {
         }
     }
     if (args.empty() || applets.empty()) {
-        throw UsageError("expected PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... "
+        throw UsageError("expected PROJECT APPLET... [--replay LOG] [--out LOG] [--ecu ECU.json]... "
                          "[--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] [--dbc FILE.dbc@CHANNEL]... [--vars FILE.json] [--vars-out FILE.json] [--answer WORD] [--log FILE] "
                          "[--for SECONDS] [--main] [--keys STROKES]");
     }
@@ -484,14 +484,14 @@ int cmdDemo(const Args& args) {
     return 0;
 }
 
-Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... [--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] [--dbc FILE.dbc@CHANNEL]... [--vars FILE.json] [--vars-out FILE.json] [--answer ok|cancel|yes|no] [--log FILE] [--for SECONDS] [--main] [--keys STROKES]",
-                "run compiled applets on the bus: replay a candump log, or a live measurement", cmdRun,
+Registrar rRun({"run", "PROJECT APPLET... [--replay LOG] [--out LOG] [--ecu ECU.json]... [--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] [--dbc FILE.dbc@CHANNEL]... [--vars FILE.json] [--vars-out FILE.json] [--answer ok|cancel|yes|no] [--log FILE] [--for SECONDS] [--main] [--keys STROKES]",
+                "run compiled applets on the bus: replay a CAN log, or a live measurement", cmdRun,
                 "Loads the compiled modules of the applets and starts the measurement. With --replay\n"
-                "it feeds the frames of a candump log ((time) channel id#data, CAN FD ##) as\n"
-                "received frames in time order and stops; without it the measurement runs live\n"
+                "it feeds the frames of a CAN log (candump .log, ASC .asc or BLF .blf, by suffix)\n"
+                "as received frames in time order and stops; without it the measurement runs live\n"
                 "until SIGINT/SIGTERM or for --for SECONDS. Every frame the applets send is written\n"
-                "as it goes out, in the same format (to stdout without --out). A signal stops the\n"
-                "measurement cleanly (the stop handlers run) and exits with 130/143. --ecu puts a\n"
+                "as it goes out, to --out in the format of its suffix (candump to stdout). A signal\n"
+                "stops the measurement cleanly (stop handlers run) and exits with 130/143. --ecu puts a\n"
                 "simulated ECU on the bus, --xcp-slave a simulated XCP slave (both repeatable);\n"
                 "--listen serves the bus over the socketcand protocol, so outside tools see the\n"
                 "applets' frames and can send to them. --dbc loads a CAN database on a channel\n"
