@@ -9,7 +9,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <condition_variable>
 #include <ctime>
+#include <deque>
+#include <exception>
+#include <mutex>
+#include <thread>
 #include <memory>
 
 #include "apps/ruvo/log_format.h"
@@ -28,6 +33,8 @@ constexpr size_t kContainerHeader = 16;   // method, 6 reserved, uncompressed si
 constexpr size_t kContainerTarget = 128 * 1024;
 // Objects inside containers: a CAN object is under 150 bytes; larger ones we pass over.
 constexpr size_t kMaxInnerObject = 1u << 20;
+// Files from this size on inflate on a second thread.
+constexpr uint64_t kInflateAside = 1u << 20;
 
 constexpr uint32_t kCanMessage = 1;
 constexpr uint32_t kCanError = 2;
@@ -102,6 +109,15 @@ void putSystemTime(std::vector<uint8_t>& out, int64_t ms) {
 // Container data and what is left of it: grown without zeroing, as inflate fills it anyway.
 class Bytes {
 public:
+    Bytes() = default;
+    Bytes(Bytes&& other) noexcept { *this = std::move(other); }
+    Bytes& operator=(Bytes&& other) noexcept {
+        data_ = std::move(other.data_);
+        size_ = other.size_;
+        capacity_ = other.capacity_;
+        other.size_ = other.capacity_ = 0;
+        return *this;
+    }
     size_t size() const { return size_; }
     bool empty() const { return size_ == 0; }
     uint8_t* data() { return data_.get(); }
@@ -115,6 +131,11 @@ public:
             capacity_ = capacity;
         }
         size_ = n;
+    }
+    void append(const uint8_t* bytes, size_t n) {
+        const size_t at = size_;
+        resize(size_ + n);
+        if (n > 0) std::memcpy(data_.get() + at, bytes, n);
     }
     void dropFront(size_t n) {
         if (n < size_) std::memmove(data_.get(), data_.get() + n, size_ - n);
@@ -153,24 +174,23 @@ public:
         sink_.expect(get32(header + 32));  // the count of objects
         skip(headerSize - kFileHeaderFields, 0, "file header");
         offset_ = headerSize;
-        for (;;) {
-            const uint64_t at = offset_;
-            uint8_t base[kObjectHeaderBase];
-            const size_t got = readUpTo(base, sizeof(base));
-            if (got == 0) break;
-            if (got < sizeof(base)) fail(at, "truncated object header (" + std::to_string(got) + " of 16 bytes)");
-            if (std::memcmp(base, "LOBJ", 4) != 0) fail(at, "expected an object (LOBJ), found " + shown(std::string(reinterpret_cast<char*>(base), 4)));
-            const uint32_t size = get32(base + 8);
-            const uint32_t type = get32(base + 12);
-            if (size < kObjectHeaderBase) fail(at + 8, "object size " + std::to_string(size) + " is smaller than its header");
-            if (type == kLogContainer) {
-                container(at, size);
-            } else {
-                skip(size - kObjectHeaderBase, at, "object");
+        // A large log inflates its containers on a second thread while this one takes the
+        // objects out of them.
+        const auto here = in_.tellg();
+        uint64_t size = 0;
+        if (here != std::istream::pos_type(-1) && in_.seekg(0, std::ios::end)) {
+            size = static_cast<uint64_t>(in_.tellg() - here);
+            in_.seekg(here);
+        }
+        in_.clear();
+        if (size >= kInflateAside) {
+            threaded();
+        } else {
+            uint64_t at = 0;
+            while (nextContainer(pending_, at)) {
+                lastContainer_ = at;
+                objects(at);
             }
-            // Padding of size % 4 bytes, which the last object may leave out.
-            uint8_t pad[4];
-            readUpTo(pad, size % 4);
         }
         if (!pending_.empty()) {
             bool padding = pending_.size() < 4;
@@ -183,6 +203,102 @@ public:
 
 private:
     [[noreturn]] void fail(uint64_t at, const std::string& reason) { throw LogError(name_, position(at), reason); }
+
+    // Reads the file's objects up to the next log container and appends its data to `into`;
+    // false at the end of the file. `at` is where the container begins.
+    bool nextContainer(Bytes& into, uint64_t& at) {
+        for (;;) {
+            at = offset_;
+            uint8_t base[kObjectHeaderBase];
+            const size_t got = readUpTo(base, sizeof(base));
+            if (got == 0) return false;
+            if (got < sizeof(base)) fail(at, "truncated object header (" + std::to_string(got) + " of 16 bytes)");
+            if (std::memcmp(base, "LOBJ", 4) != 0) fail(at, "expected an object (LOBJ), found " + shown(std::string(reinterpret_cast<char*>(base), 4)));
+            const uint32_t size = get32(base + 8);
+            const uint32_t type = get32(base + 12);
+            if (size < kObjectHeaderBase) fail(at + 8, "object size " + std::to_string(size) + " is smaller than its header");
+            if (type == kLogContainer) container(at, size, into);
+            if (type != kLogContainer) skip(size - kObjectHeaderBase, at, "object");
+            // Padding of size % 4 bytes, which the last object may leave out.
+            uint8_t pad[4];
+            readUpTo(pad, size % 4);
+            if (type == kLogContainer) return true;
+        }
+    }
+
+    // nextContainer on a second thread, at most two containers ahead; its errors come here in
+    // file order, after the objects of the containers before them.
+    void threaded() {
+        struct Item {
+            uint64_t at = 0;
+            Bytes data;
+            bool end = false;
+            std::exception_ptr error;
+        };
+        std::mutex mutex;
+        std::condition_variable changed;
+        std::deque<Item> ready;
+        std::vector<Bytes> spare;
+        bool stop = false;
+        std::thread inflater([&] {
+            for (;;) {
+                Item item;
+                {
+                    std::unique_lock<std::mutex> lock(mutex);
+                    changed.wait(lock, [&] { return stop || ready.size() < 2; });
+                    if (stop) return;
+                    if (!spare.empty()) {
+                        item.data = std::move(spare.back());
+                        spare.pop_back();
+                    }
+                }
+                item.data.resize(0);
+                try {
+                    item.end = !nextContainer(item.data, item.at);
+                } catch (...) {
+                    item.error = std::current_exception();
+                }
+                const bool last = item.end || item.error;
+                {
+                    std::lock_guard<std::mutex> lock(mutex);
+                    ready.push_back(std::move(item));
+                }
+                changed.notify_all();
+                if (last) return;
+            }
+        });
+        const auto join = [&] {
+            {
+                std::lock_guard<std::mutex> lock(mutex);
+                stop = true;
+            }
+            changed.notify_all();
+            inflater.join();
+        };
+        try {
+            for (;;) {
+                Item item;
+                {
+                    std::unique_lock<std::mutex> lock(mutex);
+                    changed.wait(lock, [&] { return !ready.empty(); });
+                    item = std::move(ready.front());
+                    ready.pop_front();
+                }
+                changed.notify_all();
+                if (item.error) std::rethrow_exception(item.error);
+                if (item.end) break;
+                lastContainer_ = item.at;
+                pending_.append(item.data.data(), item.data.size());
+                objects(item.at);
+                std::lock_guard<std::mutex> lock(mutex);
+                spare.push_back(std::move(item.data));
+            }
+        } catch (...) {
+            join();
+            throw;
+        }
+        join();
+    }
 
     size_t readUpTo(uint8_t* out, size_t n) {
         in_.read(reinterpret_cast<char*>(out), static_cast<std::streamsize>(n));
@@ -200,8 +316,7 @@ private:
         }
     }
 
-    void container(uint64_t at, uint32_t size) {
-        lastContainer_ = at;
+    void container(uint64_t at, uint32_t size, Bytes& into) {
         if (size < kObjectHeaderBase + kContainerHeader) fail(at + 8, "log container of " + std::to_string(size) + " bytes is smaller than its header");
         uint8_t header[kContainerHeader];
         if (readUpTo(header, sizeof(header)) != sizeof(header)) fail(at, "truncated log container header");
@@ -212,28 +327,27 @@ private:
             fail(at + 24, "log container declares " + std::to_string(declared) + " bytes (at most " +
                               std::to_string(kMaxContainerSize) + ")");
         }
-        const size_t base = pending_.size();
+        const size_t base = into.size();
         if (method == 0) {
             if (packed != declared) fail(at + 24, "stored log container declares " + std::to_string(declared) + " bytes but holds " + std::to_string(packed));
-            pending_.resize(base + declared);
-            if (readUpTo(pending_.data() + base, declared) != declared) fail(at, "truncated log container");
+            into.resize(base + declared);
+            if (readUpTo(into.data() + base, declared) != declared) fail(at, "truncated log container");
         } else if (method == 2) {
-            inflate(at, base, declared, packed);
+            inflate(at, into, base, declared, packed);
         } else {
             fail(at + 16, "unknown compression method " + std::to_string(method));
         }
-        objects(at);
     }
 
-    // Inflates the container's `packed` bytes after pending_[base]. The buffer grows with what
+    // Inflates the container's `packed` bytes after into[base]. The buffer grows with what
     // the data really inflates to, up to the size the container declares: data that inflates
     // beyond it (a lying size or a bomb) is refused without holding more.
-    void inflate(uint64_t at, size_t base, uint32_t declared, uint64_t packed) {
+    void inflate(uint64_t at, Bytes& into, size_t base, uint32_t declared, uint64_t packed) {
         inflateReset(&zs_);
         zs_.avail_in = 0;
         size_t room = std::min<size_t>(declared, 64 * 1024);
         size_t produced = 0;
-        pending_.resize(base + room);
+        into.resize(base + room);
         const auto check = [&](int status) {
             if (status == Z_STREAM_END || status == Z_OK) return;
             if (status == Z_BUF_ERROR && zs_.avail_in == 0) return;  // needs more input
@@ -263,9 +377,9 @@ private:
             }
             if (produced == room) {
                 room = std::min<size_t>(declared, room * 2);
-                pending_.resize(base + room);
+                into.resize(base + room);
             }
-            zs_.next_out = pending_.data() + base + produced;
+            zs_.next_out = into.data() + base + produced;
             zs_.avail_out = static_cast<uInt>(room - produced);
             const int status = ::inflate(&zs_, Z_NO_FLUSH);
             produced = room - zs_.avail_out;

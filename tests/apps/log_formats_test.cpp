@@ -200,16 +200,42 @@ TEST(LogFormats, WriterStreamsAndRefusesFramesBeforeTheStart) {
     ASSERT_EQ(r.frames.size(), 2u);
     EXPECT_EQ(r.frames[1].time, 10.2);
     EXPECT_EQ(r.outOfOrder, 1u);
-    // Many containers, whose compressed data spans the reader's chunks.
+    // Many containers, whose compressed data spans the reader's chunks, in a file large enough
+    // to be inflated on a second thread.
     std::vector<canlog::Frame> many;
     uint32_t seed = 1;
-    for (int i = 0; i < 30000; ++i) {
+    for (int i = 0; i < 100000; ++i) {
         std::vector<uint8_t> data(8);
         for (auto& b : data) b = static_cast<uint8_t>((seed = seed * 1103515245 + 12345) >> 16);
         many.push_back(frame(1700000000 + i * 0.001, i % 2 ? "can1" : "can0", static_cast<uint32_t>(i) & 0x7FF, data));
     }
     canlog::write(dir.file("many.blf"), many);
     EXPECT_EQ(describe(canlog::read(dir.file("many.blf")).frames), describe(many));
+    std::string bytes = slurp(dir.file("many.blf"));
+    ASSERT_GT(bytes.size(), 1u << 20);
+    // Errors in a later container come after the frames before it, at the container's byte.
+    size_t at = 144, last = 0;
+    while (at < bytes.size()) {
+        last = at;
+        const uint32_t size = static_cast<uint8_t>(bytes[at + 8]) | static_cast<uint8_t>(bytes[at + 9]) << 8 |
+                              static_cast<uint8_t>(bytes[at + 10]) << 16 | static_cast<uint32_t>(static_cast<uint8_t>(bytes[at + 11])) << 24;
+        at += size + size % 4;
+    }
+    std::istringstream cut(bytes.substr(0, bytes.size() - 100));
+    try {
+        canlog::read(cut, ".blf", "cut.blf");
+        FAIL() << "a cut log was read";
+    } catch (const canlog::LogError& e) {
+        EXPECT_EQ(std::string(e.what()), "cut.blf:byte " + std::to_string(last) + ": truncated log container");
+    }
+    bytes[last + 40] = static_cast<char>(bytes[last + 40] ^ 0x5A);
+    std::istringstream bad(bytes);
+    try {
+        canlog::read(bad, ".blf", "bad.blf");
+        FAIL() << "a damaged log was read";
+    } catch (const canlog::LogError& e) {
+        EXPECT_EQ(std::string(e.what()).rfind("bad.blf:byte " + std::to_string(last) + ": ", 0), 0u) << e.what();
+    }
     // A log with no frames is still a log.
     canlog::write(dir.file("none.blf"), {});
     canlog::write(dir.file("none.asc"), {});
@@ -391,4 +417,18 @@ TEST(LogFormats, RealLogsAgreeWithTheirCandumpSource) {
     const auto head = canlog::read(logs + "candump_log2asc_head.asc").frames;
     ASSERT_EQ(head.size(), 1500u);
     EXPECT_EQ(relative(head, 1500), relative(canlog::read(logs + "candump.log").frames, 1500));
+}
+
+TEST(LogFormats, ABadObjectInALargeLogStopsTheInflatingThread) {
+    std::string inner;
+    for (int i = 0; i < 25000; ++i) inner += canMessage(static_cast<uint64_t>(i) * 1000);
+    std::string bad = inner;
+    bad[48 * 20000 + 32] = 0;  // channel 0
+    std::string file = blfWith(bad, static_cast<uint32_t>(bad.size()), 0);
+    for (int i = 0; i < 3; ++i) file += blfWith(inner, static_cast<uint32_t>(inner.size()), 0).substr(144);
+    EXPECT_EQ(refusal(file, ".blf"), "byte 144: object 20001: channel 0 out of range 1..64");
+    std::string good = blfWith(inner, static_cast<uint32_t>(inner.size()), 0);
+    for (int i = 0; i < 3; ++i) good += blfWith(inner, static_cast<uint32_t>(inner.size())).substr(144);
+    std::istringstream in(good);
+    EXPECT_EQ(canlog::read(in, ".blf", "g.blf").frames.size(), 100000u);
 }
