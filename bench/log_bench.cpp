@@ -1,5 +1,5 @@
 // Reading CAN logs of 1 M frames (classic and CAN FD, standard and extended ids, two channels,
-// both directions) in each format, the best of three reads into memory as a replay does:
+// both directions) in each format, the best of five reads into memory as a replay does:
 // goal over 2 M frames/s for candump and ASC text, over 5 M frames/s for BLF. python-can's
 // reader of the same file is measured in the same run (log_bench.py beside this file, run with
 // /usr/bin/python3 when python-can is importable) and printed beside it with the ratio.
@@ -69,7 +69,7 @@ std::string run(const std::vector<std::string>& args) {
 
 double secondsToRead(const std::string& path, size_t expected) {
     double best = 1e9;
-    for (int round = 0; round < 3; ++round) {
+    for (int round = 0; round < 5; ++round) {
         const auto start = std::chrono::steady_clock::now();
         const canlog::ReadResult r = canlog::read(path);
         const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();

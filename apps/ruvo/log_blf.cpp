@@ -189,7 +189,7 @@ public:
             uint64_t at = 0;
             while (nextContainer(pending_, at)) {
                 lastContainer_ = at;
-                objects(at);
+                objects(at, pending_);
             }
         }
         if (!pending_.empty()) {
@@ -288,8 +288,13 @@ private:
                 if (item.error) std::rethrow_exception(item.error);
                 if (item.end) break;
                 lastContainer_ = item.at;
-                pending_.append(item.data.data(), item.data.size());
-                objects(item.at);
+                if (pending_.empty()) {  // no object continues into this container
+                    objects(item.at, item.data);
+                    pending_.append(item.data.data(), item.data.size());
+                } else {
+                    pending_.append(item.data.data(), item.data.size());
+                    objects(item.at, pending_);
+                }
                 std::lock_guard<std::mutex> lock(mutex);
                 spare.push_back(std::move(item.data));
             }
@@ -393,17 +398,18 @@ private:
         if (zs_.avail_in != 0 || packed != 0) fail(at, "data after the end of the compressed stream in the log container");
     }
 
-    // The whole objects in pending_; what is left continues in the next container.
-    void objects(uint64_t at) {
+    // The whole objects in `data`, which are dropped from it; what is left continues in the
+    // next container.
+    void objects(uint64_t at, Bytes& data) {
         if (padOwed_ > 0) {
-            const size_t n = std::min(padOwed_, pending_.size());
-            pending_.dropFront(n);
+            const size_t n = std::min(padOwed_, data.size());
+            data.dropFront(n);
             padOwed_ -= n;
         }
         size_t pos = 0;
-        const size_t size = pending_.size();
+        const size_t size = data.size();
         while (size - pos >= kObjectHeaderBase) {
-            const uint8_t* p = pending_.data() + pos;
+            const uint8_t* p = data.data() + pos;
             if (std::memcmp(p, "LOBJ", 4) != 0) fail(at, "object " + std::to_string(count_ + 1) + " in the log container: expected LOBJ");
             const uint16_t headerSize = get16(p + 4);
             const uint16_t version = get16(p + 6);
@@ -432,7 +438,7 @@ private:
             }
             pos += whole;
         }
-        pending_.dropFront(pos);
+        data.dropFront(pos);
     }
 
     void object(const uint8_t* p, uint16_t headerSize, uint16_t version, uint32_t objectSize, uint32_t type) {
