@@ -5,7 +5,7 @@ set -e
 cd "$(dirname "$0")/.."
 
 packages="cmake make g++ clang clang-format libcjson-dev libgtest-dev libgmock-dev \
-libbenchmark-dev libclang-rt-14-dev libpcre2-dev pkg-config python3 python3-can python3-canmatrix"
+libbenchmark-dev libclang-rt-14-dev libpcre2-dev pkg-config python3 python3-can python3-canmatrix zlib1g-dev"
 missing=""
 for p in $packages; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"

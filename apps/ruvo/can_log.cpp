@@ -1,32 +1,19 @@
 #include "apps/ruvo/can_log.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <charconv>
-#include <cstdio>
+#include <cmath>
+#include <cstring>
 #include <fstream>
-#include <functional>
 #include <map>
+
+#include "apps/ruvo/log_format.h"
 
 namespace canlog {
 
-namespace {
+namespace detail {
 
-// Why a line was refused; read() adds file and line.
-struct BadLine : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-int hexValue(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
-}
-
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
-
-// A piece of the line for a message: quoted, control and non-ASCII bytes escaped, cut short,
-// so that a hostile file cannot write escape sequences to the terminal.
 std::string shown(const std::string& text) {
     std::string out = "\"";
     for (size_t i = 0; i < text.size() && i < 40; ++i) {
@@ -43,179 +30,314 @@ std::string shown(const std::string& text) {
     return out + "\"";
 }
 
-std::vector<std::string> splitBlanks(const std::string& line) {
-    std::vector<std::string> tokens;
+bool validFdLength(size_t n) {
+    return n <= 8 || n == 12 || n == 16 || n == 20 || n == 24 || n == 32 || n == 48 || n == 64;
+}
+
+size_t fdLength(unsigned dlc) {
+    static const size_t lengths[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 12, 16, 20, 24, 32, 48, 64};
+    return lengths[dlc & 15];
+}
+
+unsigned fdCode(size_t length) {
+    for (unsigned code = 0; code < 16; ++code) {
+        if (fdLength(code) >= length) return code;
+    }
+    return 15;
+}
+
+void checkFrame(const Frame& f) {
+    if (f.id > (f.extended ? 0x1FFFFFFFu : 0x7FFu)) {
+        char text[16];
+        std::snprintf(text, sizeof(text), "%X", f.id);
+        throw BadRecord(std::string("id ") + text + (f.extended ? " is above 1FFFFFFF (29 bits)" : " is above 7FF (11 bits)"));
+    }
+    if (f.error) {
+        if (f.data.size() > 8) throw BadRecord("error frame with " + std::to_string(f.data.size()) + " data bytes (at most 8)");
+        return;
+    }
+    if (f.remote) {
+        if (f.fd) throw BadRecord("a remote frame cannot be a CAN FD frame");
+        if (!f.data.empty() || f.remoteLength > 8) throw BadRecord("remote frame asking for more than 8 bytes");
+        return;
+    }
+    if (!f.fd && (f.brs || f.esi)) throw BadRecord("bit rate switch or error state flag on a classic frame");
+    if (!f.fd && f.data.size() > 8) {
+        throw BadRecord("classic frame with " + std::to_string(f.data.size()) + " data bytes (allowed: 0-8)");
+    }
+    if (f.fd && !validFdLength(f.data.size())) {
+        throw BadRecord("CAN FD frame with " + std::to_string(f.data.size()) +
+                        " data bytes (allowed: 0-8, 12, 16, 20, 24, 32, 48, 64)");
+    }
+}
+
+const std::string& channelName(int number) {
+    static const std::vector<std::string> names = [] {
+        std::vector<std::string> all;
+        for (int n = 0; n <= kMaxChannel; ++n) all.push_back("can" + std::to_string(n));
+        return all;
+    }();
+    return names.at(static_cast<size_t>(number));
+}
+
+int64_t microseconds(double seconds) { return std::llround(seconds * 1e6); }
+
+int64_t startMilliseconds(double earliest) {
+    const int64_t us = microseconds(earliest < 0 ? 0 : earliest);
+    return us / 1000;
+}
+
+bool LineReader::next(std::string& line) {
+    for (;;) {
+        const char* start = buffer_.data() + begin_;
+        const char* newline = static_cast<const char*>(std::memchr(start, '\n', end_ - begin_));
+        if (newline != nullptr || (eof_ && end_ > begin_)) {
+            const size_t length = newline != nullptr ? static_cast<size_t>(newline - start) : end_ - begin_;
+            ++number_;
+            if (length > limit_) throw BadRecord("line longer than " + std::to_string(limit_) + " characters");
+            line.assign(start, length);
+            begin_ += length + (newline != nullptr ? 1 : 0);
+            while (!line.empty() && (line.back() == '\r' || line.back() == ' ' || line.back() == '\t')) line.pop_back();
+            return true;
+        }
+        if (eof_) return false;
+        // No line end in what is buffered: a line over the limit is refused before more of it
+        // is read; otherwise the rest moves to the front and the next chunk follows it.
+        if (end_ - begin_ > limit_) {
+            ++number_;
+            throw BadRecord("line longer than " + std::to_string(limit_) + " characters");
+        }
+        std::memmove(buffer_.data(), start, end_ - begin_);
+        end_ -= begin_;
+        begin_ = 0;
+        std::streambuf* source = in_.rdbuf();
+        const std::streamsize got =
+            source == nullptr ? 0 : source->sgetn(buffer_.data() + end_, static_cast<std::streamsize>(buffer_.size() - end_));
+        if (got <= 0) {
+            eof_ = true;
+            in_.setstate(std::ios::eofbit);
+        } else {
+            end_ += static_cast<size_t>(got);
+        }
+    }
+}
+
+}  // namespace detail
+
+namespace {
+
+using detail::shown;
+
+struct HexTable {
+    int8_t value[256];
+    HexTable() {
+        for (int c = 0; c < 256; ++c) value[c] = -1;
+        for (int d = 0; d < 10; ++d) value['0' + d] = static_cast<int8_t>(d);
+        for (int d = 0; d < 6; ++d) value['a' + d] = value['A' + d] = static_cast<int8_t>(10 + d);
+    }
+};
+const HexTable kHex;
+
+int hexValue(char c) { return kHex.value[static_cast<unsigned char>(c)]; }
+
+bool isDigit(char c) { return c >= '0' && c <= '9'; }
+bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+
+// Up to 5 blank-separated tokens of a line, without copying.
+struct Tokens {
+    const char* begin[5];
+    size_t size[5];
+    size_t count = 0;
+    std::string str(size_t i) const { return std::string(begin[i], size[i]); }
+};
+
+Tokens splitBlanks(const std::string& line) {
+    Tokens t;
     size_t pos = 0;
-    while (pos < line.size()) {
+    while (pos < line.size() && t.count < 5) {
         while (pos < line.size() && (line[pos] == ' ' || line[pos] == '\t')) ++pos;
         if (pos == line.size()) break;
         size_t end = pos;
         while (end < line.size() && line[end] != ' ' && line[end] != '\t') ++end;
-        tokens.push_back(line.substr(pos, end - pos));
+        t.begin[t.count] = line.data() + pos;
+        t.size[t.count] = end - pos;
+        ++t.count;
         pos = end;
     }
-    return tokens;
+    return t;
 }
 
 // "(1700000000.000250)": digits, optionally a point and up to nine more. No sign, exponent,
 // "inf" or "nan"; at most kMaxTime, so that microseconds fit in 64 bits. Read locale-free and
 // correctly rounded, so that what formatLine writes reads back as the same value.
-double parseTime(const std::string& token) {
-    const std::string bad = "bad time stamp " + shown(token) + ": expected seconds such as (1700000000.000250)";
-    if (token.size() < 3 || token.front() != '(' || token.back() != ')') throw BadLine(bad);
-    const std::string text = token.substr(1, token.size() - 2);
-    const size_t point = text.find('.');
-    const size_t wholeDigits = point == std::string::npos ? text.size() : point;
-    const size_t fractionDigits = point == std::string::npos ? 0 : text.size() - point - 1;
-    if (wholeDigits == 0 || (point != std::string::npos && (fractionDigits == 0 || fractionDigits > 9))) {
-        throw BadLine(bad);
+double parseTime(const char* p, size_t n) {
+    const auto bad = [&] {
+        return BadRecord("bad time stamp " + shown(std::string(p, n)) + ": expected seconds such as (1700000000.000250)");
+    };
+    if (n < 3 || p[0] != '(' || p[n - 1] != ')') throw bad();
+    const char* text = p + 1;
+    const size_t size = n - 2;
+    size_t point = size;
+    for (size_t i = 0; i < size; ++i) {
+        if (text[i] == '.' && point == size) {
+            point = i;
+        } else if (!isDigit(text[i])) {
+            throw bad();
+        }
     }
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (i != point && !isDigit(text[i])) throw BadLine(bad);
-    }
+    const size_t fractionDigits = point == size ? 0 : size - point - 1;
+    if (point == 0 || (point != size && (fractionDigits == 0 || fractionDigits > 9))) throw bad();
     double seconds = 0;
-    const auto parsed = std::from_chars(text.data(), text.data() + text.size(), seconds, std::chars_format::fixed);
-    if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size()) throw BadLine(bad);
-    if (seconds > kMaxTime) throw BadLine("time stamp " + shown(token) + " is too large");
+    const auto parsed = std::from_chars(text, text + size, seconds, std::chars_format::fixed);
+    if (parsed.ec != std::errc() || parsed.ptr != text + size) throw bad();
+    if (seconds > kMaxTime) throw BadRecord("time stamp " + shown(std::string(p, n)) + " is too large");
     return seconds;
 }
 
 // Letters first, then letters, digits, '_' or '-', ending in the channel number: "can0",
 // "vcan3", "slcan0". 15 characters at most, as an interface name.
 void checkChannel(const std::string& name) {
-    const std::string bad = "bad channel name " + shown(name) + ": expected an interface name such as can0";
-    if (name.empty() || name.size() > 15 || !isLetter(name[0])) throw BadLine(bad);
+    const auto bad = [&](const char* more) {
+        return BadRecord("bad channel name " + shown(name) + ": expected an interface name such as can0" + more);
+    };
+    if (name.empty() || name.size() > 15 || !isLetter(name[0])) throw bad("");
     for (char c : name) {
-        if (!isLetter(c) && !isDigit(c) && c != '_' && c != '-') throw BadLine(bad);
+        if (!isLetter(c) && !isDigit(c) && c != '_' && c != '-') throw bad("");
     }
     size_t i = name.size();
     while (i > 0 && isDigit(name[i - 1])) --i;
-    if (i == name.size()) throw BadLine(bad + " (no channel number)");
+    if (i == name.size()) throw bad(" (no channel number)");
     long number = 0;
     for (size_t k = i; k < name.size(); ++k) {
         number = number * 10 + (name[k] - '0');
         if (number > kMaxChannel) break;
     }
     if (number > kMaxChannel) {
-        throw BadLine("channel " + shown(name) + ": number out of range 0.." + std::to_string(kMaxChannel));
+        throw BadRecord("channel " + shown(name) + ": number out of range 0.." + std::to_string(kMaxChannel));
     }
 }
 
-void parseHexBytes(const std::string& text, std::vector<uint8_t>& out) {
-    for (char c : text) {
-        if (hexValue(c) < 0) throw BadLine("bad data " + shown(text) + ": hex digits only");
+void parseHexBytes(const char* text, size_t n, std::vector<uint8_t>& out) {
+    uint8_t bytes[64];
+    int bad = 0;
+    const size_t pairs = std::min<size_t>(n / 2, sizeof(bytes));
+    for (size_t i = 0; i < pairs; ++i) {
+        const int high = hexValue(text[2 * i]), low = hexValue(text[2 * i + 1]);
+        bad |= high | low;
+        bytes[i] = static_cast<uint8_t>((high & 15) << 4 | (low & 15));  // checked below
     }
-    if (text.size() % 2 != 0) throw BadLine("bad data " + shown(text) + ": odd number of hex digits");
-    out.clear();
-    out.reserve(text.size() / 2);
-    for (size_t i = 0; i < text.size(); i += 2) {
-        out.push_back(static_cast<uint8_t>(hexValue(text[i]) << 4 | hexValue(text[i + 1])));
+    for (size_t i = 2 * pairs; i < n; ++i) bad |= hexValue(text[i]);
+    if (bad < 0) throw BadRecord("bad data " + shown(std::string(text, n)) + ": hex digits only");
+    if (n % 2 != 0) throw BadRecord("bad data " + shown(std::string(text, n)) + ": odd number of hex digits");
+    if (n / 2 > sizeof(bytes)) {
+        out.assign(n / 2, 0);  // too long for any frame; refused by the caller
+        return;
     }
-}
-
-bool validFdLength(size_t n) {
-    return n <= 8 || n == 12 || n == 16 || n == 20 || n == 24 || n == 32 || n == 48 || n == 64;
+    out.assign(bytes, bytes + pairs);
 }
 
 constexpr uint32_t kErrorFlag = 0x20000000;
+constexpr uint32_t kBusError = 0x80;  // the error class python-can marks its error frames with
 
 // "(1436509052.249713) vcan0 044#2A366C2BBA", "… 123##1AABB" (CAN FD, flags nibble),
-// "… 123#R" / "… 123#R5" (remote), an optional "R" or "T" (direction, as python-can writes it;
-// every frame is replayed as received). False for an error frame; raises BadLine otherwise.
-bool parseCandump(const std::string& line, Frame& f) {
-    const std::vector<std::string> tokens = splitBlanks(line);
-    if (tokens.size() < 3 || tokens.size() > 4) throw BadLine("expected (TIME) CHANNEL ID#DATA");
-    if (tokens.size() == 4 && tokens[3] != "R" && tokens[3] != "T" && tokens[3] != "r" && tokens[3] != "t") {
-        throw BadLine("unexpected " + shown(tokens[3]) + " after the frame (only R or T may follow)");
-    }
+// "… 123#R" / "… 123#R5" (remote), an optional "R" or "T" (direction). Raises BadRecord.
+void parseCandump(const std::string& line, Frame& f) {
+    const Tokens tokens = splitBlanks(line);
+    if (tokens.count < 3 || tokens.count > 4) throw BadRecord("expected (TIME) CHANNEL ID#DATA");
     f = Frame{};
-    f.time = parseTime(tokens[0]);
-    checkChannel(tokens[1]);
-    f.channel = tokens[1];
+    if (tokens.count == 4) {
+        const char d = tokens.size[3] == 1 ? tokens.begin[3][0] : '?';
+        if (d != 'R' && d != 'T' && d != 'r' && d != 't') {
+            throw BadRecord("unexpected " + shown(tokens.str(3)) + " after the frame (only R or T may follow)");
+        }
+        f.tx = d == 'T' || d == 't';
+    }
+    f.time = parseTime(tokens.begin[0], tokens.size[0]);
+    f.channel.assign(tokens.begin[1], tokens.size[1]);
+    checkChannel(f.channel);
 
-    const std::string& frame = tokens[2];
-    const size_t hash = frame.find('#');
-    if (hash == std::string::npos) throw BadLine("bad frame " + shown(frame) + ": expected ID#DATA");
-    const std::string idText = frame.substr(0, hash);
+    const char* frame = tokens.begin[2];
+    const size_t frameSize = tokens.size[2];
+    const char* hash = static_cast<const char*>(std::memchr(frame, '#', frameSize));
+    if (hash == nullptr) throw BadRecord("bad frame " + shown(tokens.str(2)) + ": expected ID#DATA");
+    const size_t idSize = static_cast<size_t>(hash - frame);
     bool hexOnly = true;
-    for (char c : idText) hexOnly = hexOnly && hexValue(c) >= 0;
-    if (!hexOnly || (idText.size() != 3 && idText.size() != 8)) {
-        throw BadLine("bad id " + shown(idText) + ": expected 3 hex digits (11 bits) or 8 (29 bits)");
+    for (size_t i = 0; i < idSize; ++i) hexOnly = hexOnly && hexValue(frame[i]) >= 0;
+    if (!hexOnly || (idSize != 3 && idSize != 8)) {
+        throw BadRecord("bad id " + shown(std::string(frame, idSize)) + ": expected 3 hex digits (11 bits) or 8 (29 bits)");
     }
     uint32_t id = 0;
-    for (char c : idText) id = id << 4 | static_cast<uint32_t>(hexValue(c));
-    const bool error = idText.size() == 8 && (id & kErrorFlag) != 0;
-    if (idText.size() == 3 && id > 0x7FF) throw BadLine("bad id " + shown(idText) + ": above 7FF (11 bits)");
-    if (idText.size() == 8 && id > (error ? 0x3FFFFFFFu : 0x1FFFFFFFu)) {
-        throw BadLine("bad id " + shown(idText) + ": above 1FFFFFFF (29 bits)");
+    for (size_t i = 0; i < idSize; ++i) id = id << 4 | static_cast<uint32_t>(hexValue(frame[i]));
+    const bool error = idSize == 8 && (id & kErrorFlag) != 0;
+    if (idSize == 3 && id > 0x7FF) throw BadRecord("bad id " + shown(std::string(frame, idSize)) + ": above 7FF (11 bits)");
+    if (idSize == 8 && id > (error ? 0x3FFFFFFFu : 0x1FFFFFFFu)) {
+        throw BadRecord("bad id " + shown(std::string(frame, idSize)) + ": above 1FFFFFFF (29 bits)");
     }
-    f.extended = idText.size() == 8;
+    f.extended = idSize == 8;
+    f.error = error;
     f.id = id & 0x1FFFFFFF;
 
-    std::string rest = frame.substr(hash + 1);
-    if (!rest.empty() && rest[0] == '#') {
-        const int flags = rest.size() < 2 ? -1 : hexValue(rest[1]);
+    const char* rest = hash + 1;
+    const size_t restSize = frameSize - idSize - 1;
+    if (restSize > 0 && rest[0] == '#') {
+        const int flags = restSize < 2 ? -1 : hexValue(rest[1]);
         // 1 bit rate switch, 2 error state indicator, 4 the FD format bit newer writers add.
         if (flags < 0 || flags > 7) {
-            throw BadLine("bad CAN FD flags " + shown(rest.substr(0, 2)) + ": expected ## and one digit 0-7");
+            throw BadRecord("bad CAN FD flags " + shown(std::string(rest, std::min<size_t>(restSize, 2))) +
+                            ": expected ## and one digit 0-7");
         }
         f.fd = true;
         f.brs = (flags & 1) != 0;
         f.esi = (flags & 2) != 0;
-        parseHexBytes(rest.substr(2), f.data);
-        if (!validFdLength(f.data.size())) {
-            throw BadLine("CAN FD frame with " + std::to_string(f.data.size()) +
-                          " data bytes (allowed: 0-8, 12, 16, 20, 24, 32, 48, 64)");
+        parseHexBytes(rest + 2, restSize - 2, f.data);
+        if (!detail::validFdLength(f.data.size())) {
+            throw BadRecord("CAN FD frame with " + std::to_string(f.data.size()) +
+                            " data bytes (allowed: 0-8, 12, 16, 20, 24, 32, 48, 64)");
         }
-    } else if (!rest.empty() && (rest[0] == 'R' || rest[0] == 'r')) {
+    } else if (restSize > 0 && (rest[0] == 'R' || rest[0] == 'r')) {
         f.remote = true;
-        if (rest.size() > 2 || (rest.size() == 2 && (rest[1] < '0' || rest[1] > '8'))) {
-            throw BadLine("bad remote frame " + shown(rest) + ": expected R or R and a length 0-8");
+        if (restSize > 2 || (restSize == 2 && (rest[1] < '0' || rest[1] > '8'))) {
+            throw BadRecord("bad remote frame " + shown(std::string(rest, restSize)) + ": expected R or R and a length 0-8");
         }
-        if (rest.size() == 2) f.remoteLength = static_cast<uint8_t>(rest[1] - '0');
+        if (restSize == 2) f.remoteLength = static_cast<uint8_t>(rest[1] - '0');
     } else {
-        parseHexBytes(rest, f.data);
+        parseHexBytes(rest, restSize, f.data);
         if (f.data.size() > 8) {
-            throw BadLine("classic frame with " + std::to_string(f.data.size()) + " data bytes (allowed: 0-8)");
+            throw BadRecord("classic frame with " + std::to_string(f.data.size()) + " data bytes (allowed: 0-8)");
         }
     }
-    return !error;
+    if (f.error) {
+        f.remote = f.fd = f.brs = f.esi = f.tx = false;
+        f.remoteLength = 0;
+    }
 }
 
-std::string candumpLine(const Frame& f) {
-    char head[64];
-    std::snprintf(head, sizeof(head), f.extended ? "(%.6f) %s %08X" : "(%.6f) %s %03X", f.time,
-                  f.channel.c_str(), f.id);
-    std::string line = head;
-    if (f.fd) {
-        line += "##";
-        line += "0123456789ABCDEF"[(f.brs ? 1 : 0) | (f.esi ? 2 : 0)];
-    } else {
-        line += "#";
-        if (f.remote) {
-            line += "R";
-            if (f.remoteLength > 0) line += std::to_string(f.remoteLength);
-            return line;
-        }
-    }
-    char byte[3];
-    for (uint8_t b : f.data) {
-        std::snprintf(byte, sizeof(byte), "%02X", b);
-        line += byte;
-    }
-    return line;
-}
-
+// A format registered by suffix: its reader, its writer, and its line for text formats.
 struct Format {
-    std::function<bool(const std::string&, Frame&)> parse;
-    std::function<std::string(const Frame&)> format;
+    void (*read)(std::istream&, const std::string&, const detail::RecordSink&);
+    bool binary;
 };
 
 const std::map<std::string, Format>& registry() {
     static const std::map<std::string, Format> formats = {
-        {".log", Format{parseCandump, candumpLine}},
+        {".asc", Format{detail::readAsc, false}},
+        {".blf", Format{detail::readBlf, true}},
+        {".log", Format{detail::readCandump, false}},
     };
     return formats;
+}
+
+std::string knownSuffixes() {
+    std::string known;
+    for (const auto& entry : registry()) known += (known.empty() ? "" : ", ") + entry.first;
+    return known;
+}
+
+std::string lower(std::string text) {
+    for (char& c : text) {
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+    return text;
 }
 
 std::string suffixOf(const std::string& path) {
@@ -225,112 +347,247 @@ std::string suffixOf(const std::string& path) {
     return path.substr(dot);
 }
 
-const Format& formatFor(const std::string& suffix, const std::string& path) {
-    const auto it = registry().find(suffix);
-    if (it == registry().end()) {
-        throw std::runtime_error(path + ": no CAN log format for \"" + suffix + "\" (known: .log)");
+// The registered suffix for a suffix in any case.
+std::string registered(const std::string& suffix, const std::string& path) {
+    const std::string key = lower(suffix);
+    if (registry().count(key) == 0) {
+        throw std::runtime_error(path + ": no CAN log format for \"" + suffix + "\" (known: " + knownSuffixes() + ")");
     }
-    return it->second;
+    return key;
 }
 
-// One line into `line`, at most kMaxLineLength characters of it; false at the end of input.
-bool nextLine(std::istream& in, std::string& line, bool& tooLong) {
-    line.clear();
-    tooLong = false;
-    std::streambuf* buffer = in.rdbuf();
-    if (buffer == nullptr) return false;
-    bool any = false;
-    for (int c = buffer->sbumpc(); c != std::char_traits<char>::eof(); c = buffer->sbumpc()) {
-        any = true;
-        if (c == '\n') return true;
-        if (line.size() < kMaxLineLength) {
-            line.push_back(static_cast<char>(c));
-        } else {
-            tooLong = true;
+std::string hexByte(uint8_t b) {
+    static const char digits[] = "0123456789ABCDEF";
+    return std::string{digits[b >> 4], digits[b & 15]};
+}
+
+class CandumpWriter : public FormatWriter {
+public:
+    CandumpWriter(std::FILE* out, bool flushEachFrame) : out_(out), flush_(flushEachFrame) {}
+    void write(const Frame& f) override {
+        line_ = detail::candumpLine(f);
+        line_ += '\n';
+        if (std::fwrite(line_.data(), 1, line_.size(), out_) != line_.size() || (flush_ && std::fflush(out_) != 0)) {
+            throw std::runtime_error(std::strerror(errno));
         }
     }
-    return any;
-}
+    void finish() override {}
+
+private:
+    std::FILE* out_;
+    bool flush_;
+    std::string line_;
+};
 
 }  // namespace
+
+namespace detail {
+
+std::string candumpLine(const Frame& f) {
+    char head[64];
+    if (f.error) {
+        std::snprintf(head, sizeof(head), "(%.6f) %s %08X#", f.time, f.channel.c_str(),
+                      kErrorFlag | (f.id != 0 ? f.id : kBusError));
+        std::string line = head;
+        for (uint8_t b : f.data) line += hexByte(b);
+        return line;
+    }
+    std::snprintf(head, sizeof(head), f.extended ? "(%.6f) %s %08X" : "(%.6f) %s %03X", f.time, f.channel.c_str(), f.id);
+    std::string line = head;
+    if (f.fd) {
+        line += "##";
+        line += "0123456789ABCDEF"[(f.brs ? 1 : 0) | (f.esi ? 2 : 0)];
+    } else {
+        line += "#";
+        if (f.remote) {
+            line += "R";
+            if (f.remoteLength > 0) line += std::to_string(f.remoteLength);
+        }
+    }
+    if (!f.remote) {
+        for (uint8_t b : f.data) line += hexByte(b);
+    }
+    if (f.tx) line += " T";
+    return line;
+}
+
+void readCandump(std::istream& in, const std::string& shownName, const RecordSink& sink) {
+    // One name per channel number, so that what the applets send on a channel goes out under
+    // the name its frames came in with.
+    std::pair<std::string, size_t> channels[kMaxChannel + 1];
+    LineReader lines(in, kMaxLineLength);
+    std::string line;
+    for (;;) {
+        Frame f;
+        try {
+            if (!lines.next(line)) break;
+            if (line.find_first_not_of(" \t") == std::string::npos) continue;
+            parseCandump(line, f);
+        } catch (const BadRecord& e) {
+            throw LogError(shownName, lines.number(), e.what());
+        }
+        if (!f.error) {
+            const int channel = channelNumber(f.channel);
+            auto& known = channels[channel];
+            if (known.first.empty()) known = std::make_pair(f.channel, lines.number());
+            if (known.first != f.channel) {
+                throw LogError(shownName, lines.number(),
+                               "channel " + shown(f.channel) + " and " + shown(known.first) + " (line " +
+                                   std::to_string(known.second) + ") are both channel " + std::to_string(channel));
+            }
+        }
+        sink.add(std::move(f));
+    }
+    if (in.bad()) throw std::runtime_error("cannot read " + shownName);
+}
+
+std::unique_ptr<FormatWriter> candumpWriter(std::FILE* out, bool flushEachFrame) {
+    return std::make_unique<CandumpWriter>(out, flushEachFrame);
+}
+
+}  // namespace detail
 
 LogError::LogError(const std::string& file_, size_t line_, const std::string& reason_)
     : std::runtime_error(file_ + ":" + std::to_string(line_) + ": " + reason_),
       file(file_),
       line(line_),
+      position(std::to_string(line_)),
       reason(reason_) {}
 
-ReadResult read(std::istream& in, const std::string& suffix, const std::string& shownName) {
-    const Format& format = formatFor(suffix, shownName);
+LogError::LogError(const std::string& file_, const std::string& position_, const std::string& reason_)
+    : std::runtime_error(file_ + ":" + position_ + ": " + reason_),
+      file(file_),
+      line(0),
+      position(position_),
+      reason(reason_) {}
+
+ReadResult read(std::istream& in, const std::string& suffix, const std::string& shownName, bool keepErrorFrames) {
+    const Format& format = registry().at(registered(suffix, shownName));
     ReadResult result;
-    // One name per channel number, so that what the applets send on a channel goes out under
-    // the name its frames came in with.
-    std::map<int, std::pair<std::string, size_t>> channels;
+    // Room for the frames up front, as far as the size of the input vouches for them: a text
+    // line is 40 bytes or more, a compressed binary record rarely under 4.
+    size_t size = 0;
+    const auto here = in.tellg();
+    if (here != std::istream::pos_type(-1) && in.seekg(0, std::ios::end)) {
+        size = static_cast<size_t>(in.tellg() - here);
+        in.seekg(here);
+    }
+    in.clear();
+    if (!format.binary) result.frames.reserve(size / 40);
     double latest = 0;
-    std::string line;
-    bool tooLong = false;
-    size_t number = 0;
-    while (nextLine(in, line, tooLong)) {
-        ++number;
-        if (tooLong) {
-            throw LogError(shownName, number, "line longer than " + std::to_string(kMaxLineLength) + " characters");
-        }
-        while (!line.empty() && (line.back() == '\r' || line.back() == ' ' || line.back() == '\t')) line.pop_back();
-        if (line.find_first_not_of(" \t") == std::string::npos) continue;
-        Frame f;
-        bool isFrame = false;
-        try {
-            isFrame = format.parse(line, f);
-        } catch (const BadLine& e) {
-            throw LogError(shownName, number, e.what());
-        }
-        if (!isFrame) {
+    detail::RecordSink sink;
+    sink.expect = [&](size_t count) { result.frames.reserve(std::min(count, size / 4)); };
+    sink.add = [&](Frame&& f) {
+        if (f.error) {
             ++result.skipped;
-            continue;
-        }
-        const int channel = channelNumber(f.channel);
-        const auto known = channels.emplace(channel, std::make_pair(f.channel, number)).first;
-        if (known->second.first != f.channel) {
-            throw LogError(shownName, number,
-                           "channel " + shown(f.channel) + " and " + shown(known->second.first) + " (line " +
-                               std::to_string(known->second.second) + ") are both channel " +
-                               std::to_string(channel));
+            if (!keepErrorFrames) return;
         }
         if (!result.frames.empty() && f.time < latest) ++result.outOfOrder;
         if (result.frames.empty() || f.time > latest) latest = f.time;
         result.frames.push_back(std::move(f));
-    }
-    if (in.bad()) throw std::runtime_error("cannot read " + shownName);
+    };
+    format.read(in, shownName, sink);
     return result;
 }
 
-ReadResult read(const std::string& path, const std::string& shownName) {
+ReadResult read(const std::string& path, const std::string& shownName, bool keepErrorFrames) {
     const std::string name = shownName.empty() ? path : shownName;
-    const std::string suffix = suffixOf(path);
-    formatFor(suffix, name);
+    const std::string suffix = registered(suffixOf(path), name);
     std::ifstream in(path, std::ios::binary);
     if (!in) throw std::runtime_error("cannot read " + name);
-    return read(in, suffix, name);
+    return read(in, suffix, name, keepErrorFrames);
 }
 
-std::string formatLine(const std::string& suffix, const Frame& frame) {
-    return formatFor(suffix, "x" + suffix).format(frame);
+Writer::Writer(const std::string& path, bool flushEachFrame, double earliest) : name_(path) {
+    const std::string suffix = registered(suffixOf(path), path);
+    file_ = std::fopen(path.c_str(), "wb");
+    if (file_ == nullptr) throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
+    owned_ = true;
+    if (suffix == ".blf") {
+        format_ = detail::blfWriter(file_, earliest);
+    } else if (suffix == ".asc") {
+        format_ = detail::ascWriter(file_, flushEachFrame, earliest);
+    } else {
+        format_ = detail::candumpWriter(file_, flushEachFrame);
+    }
 }
 
-std::string formatOf(const std::string& path) {
-    const std::string suffix = suffixOf(path);
-    formatFor(suffix, path);
-    return suffix;
+Writer::Writer(std::FILE* out, const std::string& suffix, bool flushEachFrame) : file_(out), name_("stdout") {
+    const std::string key = registered(suffix, "stdout");
+    if (key == ".blf") {
+        format_ = detail::blfWriter(out, -1);
+    } else {
+        format_ = key == ".asc" ? detail::ascWriter(out, flushEachFrame, -1) : detail::candumpWriter(out, flushEachFrame);
+    }
+}
+
+Writer::~Writer() {
+    if (owned_ && file_ != nullptr) std::fclose(file_);
+}
+
+void Writer::write(const Frame& frame) {
+    if (format_ == nullptr) throw std::runtime_error("cannot write " + name_ + ": the log is finished");
+    try {
+        format_->write(frame);
+    } catch (const std::exception& e) {
+        throw std::runtime_error("cannot write " + name_ + ": " + e.what());
+    }
+}
+
+void Writer::finish() {
+    if (format_ == nullptr) return;
+    try {
+        format_->finish();
+        format_.reset();
+        if (owned_) {
+            std::FILE* f = file_;
+            file_ = nullptr;
+            if (std::fclose(f) != 0) throw std::runtime_error(std::strerror(errno));
+        } else if (std::fflush(file_) != 0) {
+            throw std::runtime_error(std::strerror(errno));
+        }
+    } catch (const std::exception& e) {
+        format_.reset();
+        throw std::runtime_error("cannot write " + name_ + ": " + e.what());
+    }
 }
 
 void write(const std::string& path, const std::vector<Frame>& frames) {
-    const Format& format = formatFor(suffixOf(path), path);
-    std::ofstream out(path, std::ios::trunc);
-    if (!out) throw std::runtime_error("cannot write " + path);
-    for (const auto& f : frames) out << format.format(f) << '\n';
-    out.flush();
-    if (!out) throw std::runtime_error("cannot write " + path);
+    registered(suffixOf(path), path);
+    double earliest = -1;
+    for (const auto& f : frames) {
+        if (earliest < 0 || f.time < earliest) earliest = f.time;
+    }
+    // Same suffix, so that the temporary file is written in the same format.
+    const size_t slash = path.rfind('/');
+    const std::string dir = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+    const std::string temporary = dir + ".part-" + path.substr(dir.size());
+    try {
+        Writer out(temporary, false, earliest);
+        for (const auto& f : frames) out.write(f);
+        out.finish();
+    } catch (const std::runtime_error& e) {
+        std::remove(temporary.c_str());
+        std::string reason = e.what();
+        const std::string prefix = "cannot write " + temporary + ": ";
+        if (reason.compare(0, prefix.size(), prefix) == 0) reason = reason.substr(prefix.size());
+        throw std::runtime_error("cannot write " + path + ": " + reason);
+    }
+    if (std::rename(temporary.c_str(), path.c_str()) != 0) {
+        const std::string reason = std::strerror(errno);
+        std::remove(temporary.c_str());
+        throw std::runtime_error("cannot write " + path + ": " + reason);
+    }
 }
+
+std::string formatLine(const std::string& suffix, const Frame& frame) {
+    const std::string key = registered(suffix, "x" + suffix);
+    if (key == ".blf") throw std::runtime_error("BLF is a binary format: no lines");
+    if (key == ".asc") return detail::ascLine(frame, 0);
+    return detail::candumpLine(frame);
+}
+
+std::string formatOf(const std::string& path) { return registered(suffixOf(path), path); }
 
 std::vector<std::string> formats() {
     std::vector<std::string> out;

@@ -35,54 +35,42 @@ void loadModule(const std::string& applet) {
     }
 }
 
-// The frames the applets send, one line each, written through to the file or stdout as they
-// go out, so that a reader sees them live and an interrupted replay leaves whole lines. Never
-// throws: it runs inside the applets' sends; a failed write is reported after the replay.
+// The frames the applets send, written through to the file (in the format of its suffix) or
+// stdout as they go out, so that a reader sees them live and an interrupted replay leaves whole
+// lines. Never throws: it runs inside the applets' sends; a failed write is reported after the
+// replay.
 class FrameOutput {
 public:
     // Empty path: stdout.
-    explicit FrameOutput(const std::string& path) : path_(path) {
-        if (path.empty()) {
-            out_ = stdout;
-            suffix_ = ".log";
-            return;
-        }
-        suffix_ = canlog::formatOf(path);
-        out_ = std::fopen(path.c_str(), "w");
-        if (out_ == nullptr) throw std::runtime_error("cannot write " + path + ": " + std::strerror(errno));
-    }
-    ~FrameOutput() {
-        if (out_ != nullptr && out_ != stdout) std::fclose(out_);
-    }
+    explicit FrameOutput(const std::string& path)
+        : path_(path), out_(path.empty() ? canlog::Writer(stdout, ".log", true) : canlog::Writer(path, true)) {}
     FrameOutput(const FrameOutput&) = delete;
     FrameOutput& operator=(const FrameOutput&) = delete;
 
     void write(const canlog::Frame& f) noexcept {
         if (!error_.empty()) return;
         try {
-            const std::string line = canlog::formatLine(suffix_, f) + "\n";
-            if (std::fwrite(line.data(), 1, line.size(), out_) != line.size() || std::fflush(out_) != 0) {
-                error_ = std::strerror(errno);
-            }
+            out_.write(f);
         } catch (const std::exception& e) {
             error_ = e.what();
         }
     }
-    // Flushes and closes; raises if any write failed.
+    // Ends and closes the log; raises if any write failed.
     void finish() {
-        if (out_ != stdout && out_ != nullptr) {
-            if (std::fclose(out_) != 0 && error_.empty()) error_ = std::strerror(errno);
-            out_ = nullptr;
-        } else if (std::fflush(stdout) != 0 && error_.empty()) {
-            error_ = std::strerror(errno);
+        if (error_.empty()) {
+            try {
+                out_.finish();
+            } catch (const std::exception& e) {
+                error_ = e.what();
+            }
         }
-        if (!error_.empty()) throw std::runtime_error("cannot write " + (path_.empty() ? "stdout" : path_) + ": " + error_);
+        if (!error_.empty()) throw std::runtime_error(error_);
     }
     bool failed() const { return !error_.empty(); }
 
 private:
-    std::string path_, suffix_;
-    std::FILE* out_ = nullptr;
+    std::string path_;
+    canlog::Writer out_;
     std::string error_;
 };
 
@@ -145,7 +133,7 @@ int cmdRun(const Args& args) {
         }
     }
     if (args.empty() || applets.empty()) {
-        throw UsageError("expected PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... "
+        throw UsageError("expected PROJECT APPLET... [--replay LOG] [--out LOG] [--ecu ECU.json]... "
                          "[--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] [--dbc FILE.dbc@CHANNEL]... [--vars FILE.json] [--vars-out FILE.json] [--answer WORD] [--log FILE] "
                          "[--for SECONDS] [--main] [--keys STROKES]");
     }
@@ -496,14 +484,14 @@ int cmdDemo(const Args& args) {
     return 0;
 }
 
-Registrar rRun({"run", "PROJECT APPLET... [--replay FILE.log] [--out FILE.log] [--ecu ECU.json]... [--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] [--dbc FILE.dbc@CHANNEL]... [--vars FILE.json] [--vars-out FILE.json] [--answer ok|cancel|yes|no] [--log FILE] [--for SECONDS] [--main] [--keys STROKES]",
-                "run compiled applets on the bus: replay a candump log, or a live measurement", cmdRun,
+Registrar rRun({"run", "PROJECT APPLET... [--replay LOG] [--out LOG] [--ecu ECU.json]... [--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] [--dbc FILE.dbc@CHANNEL]... [--vars FILE.json] [--vars-out FILE.json] [--answer ok|cancel|yes|no] [--log FILE] [--for SECONDS] [--main] [--keys STROKES]",
+                "run compiled applets on the bus: replay a CAN log, or a live measurement", cmdRun,
                 "Loads the compiled modules of the applets and starts the measurement. With --replay\n"
-                "it feeds the frames of a candump log ((time) channel id#data, CAN FD ##) as\n"
-                "received frames in time order and stops; without it the measurement runs live\n"
+                "it feeds the frames of a CAN log (candump .log, ASC .asc or BLF .blf, by suffix)\n"
+                "as received frames in time order and stops; without it the measurement runs live\n"
                 "until SIGINT/SIGTERM or for --for SECONDS. Every frame the applets send is written\n"
-                "as it goes out, in the same format (to stdout without --out). A signal stops the\n"
-                "measurement cleanly (the stop handlers run) and exits with 130/143. --ecu puts a\n"
+                "as it goes out, to --out in the format of its suffix (candump to stdout). A signal\n"
+                "stops the measurement cleanly (stop handlers run) and exits with 130/143. --ecu puts a\n"
                 "simulated ECU on the bus, --xcp-slave a simulated XCP slave (both repeatable);\n"
                 "--listen serves the bus over the socketcand protocol, so outside tools see the\n"
                 "applets' frames and can send to them. --dbc loads a CAN database on a channel\n"
