@@ -217,36 +217,54 @@ inline bool callWith(void* handler, const HandlerRef& ref, _KelnCan* frame) {
 void dispatchFrames(const HandlerSets& sets, const CanPackage* packages, int count) {
     if (sets.receivedById.empty() && sets.sentById.empty()) return;
     const FrameConverter& converter = FrameConverter::instance();
-    for (int i = 0; i < count; ++i) {
-        const CanPackage& package = packages[i];
-        if (!package.message) continue;
-        const IdIndex* index;
-        switch (GetMessageDir(package.message)) {
-            case 0: index = &sets.receivedById; break;
-            case 1: index = &sets.sentById; break;
-            default: continue;
-        }
-        const IdIndex::Calls calls = index->find(FrameConverter::frameIdOf(package));
-        if (calls.empty()) continue;
-        // Converted once; every call gets a fresh copy, as a handler may write to its record.
-        // A message that is not CAN leaves the record as it was, which is undefined to handlers.
-        _KelnCan converted;
-        converter.toKelnCan(package, converted);
-        if (!handlersGuarded()) {
-            for (const BusCall* call = calls.first; call != calls.last; ++call) {
-                _KelnCan frame;
-                std::memcpy(&frame, &converted, sizeof frame);
-                reinterpret_cast<void (*)(_KelnCan*)>(call->address)(&frame);
+    // A few frames at a time: first the calls each one gets and its record, then the calls.
+    // Records made ahead are read back at full speed, and no handler can reach the batch's
+    // messages meanwhile.
+    constexpr int kAhead = 16;
+    struct Ready {
+        IdIndex::Calls calls;
+        _KelnCan record;
+    };
+    Ready ready[kAhead];
+    for (int next = 0; next < count;) {
+        int n = 0;
+        for (; next < count && n < kAhead; ++next) {
+            const CanPackage& package = packages[next];
+            if (!package.message) continue;
+            const IdIndex* index;
+            switch (GetMessageDir(package.message)) {
+                case 0: index = &sets.receivedById; break;
+                case 1: index = &sets.sentById; break;
+                default: continue;
             }
-            continue;
+            const KELN::CanHeader* header = KELN::CanMsgAnalyse::getCanHeader(package.message);
+            // The 29-bit identifier; any other message counts as id 0.
+            const u64 frameId = header != nullptr ? (header->identifier & 0x1fffffffu) : 0;
+            ready[n].calls = index->find(frameId);
+            if (ready[n].calls.empty()) continue;
+            // A message that is not CAN leaves the record as it was, which is undefined to handlers.
+            converter.toKelnCan(package, ready[n].record);
+            ++n;
         }
-        for (const BusCall* call = calls.first; call != calls.last; ++call) {
-            _KelnCan frame;
-            std::memcpy(&frame, &converted, sizeof frame);
-            FrameCall guarded{call->address, &frame};
-            if (!callHandler(*call->ref, callWithFrame, &guarded)) {
-                // A faulted applet: the handler's further matches on this frame are skipped.
-                while (call + 1 != calls.last && call[1].address == call->address) ++call;
+        for (int r = 0; r < n; ++r) {
+            const Ready& frame = ready[r];
+            // Every call gets a fresh copy, as a handler may write to its record.
+            if (!handlersGuarded()) {
+                for (const BusCall* call = frame.calls.first; call != frame.calls.last; ++call) {
+                    _KelnCan record;
+                    std::memcpy(&record, &frame.record, sizeof record);
+                    reinterpret_cast<void (*)(_KelnCan*)>(call->address)(&record);
+                }
+                continue;
+            }
+            for (const BusCall* call = frame.calls.first; call != frame.calls.last; ++call) {
+                _KelnCan record;
+                std::memcpy(&record, &frame.record, sizeof record);
+                FrameCall guarded{call->address, &record};
+                if (!callHandler(*call->ref, callWithFrame, &guarded)) {
+                    // A faulted applet: the handler's further matches on this frame are skipped.
+                    while (call + 1 != frame.calls.last && call[1].address == call->address) ++call;
+                }
             }
         }
     }
