@@ -136,8 +136,7 @@ const HandlerSets* HandlerCache::acquire() {
 }
 
 void HandlerCache::release(const HandlerSets* sets) {
-    sets->readers.fetch_sub(1);
-    if (pending.load()) reclaim();
+    if (sets->readers.fetch_sub(1) == 1 && pending.load()) reclaim();
 }
 
 void HandlerCache::retire(const HandlerSets* sets) {

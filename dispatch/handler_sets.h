@@ -160,8 +160,10 @@ private:
     // Readers between loading `published` and counting themselves in its `readers`: while any
     // is, nothing retired may be freed, as it may be the one just loaded.
     std::atomic<long> entering{0};
-    std::atomic<bool> pending{false};  // `retired` is not empty
-    std::mutex retiredMutex;           // taken only after a model change
+    // Something retired is not freed yet: the batch that lets go of an index last looks. Never
+    // read through the index itself, which may be gone once the batch has let go of it.
+    std::atomic<bool> pending{false};
+    std::mutex retiredMutex;  // taken only after a model change
     std::vector<const HandlerSets*> retired;
 };
 
