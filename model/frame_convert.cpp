@@ -17,12 +17,10 @@ void FrameConverter::toKelnCan(const CanPackage& package, _KelnCan& out) const {
     if (h == nullptr) return;
     out.curtime = h->timestamp;
     out.canNo = h->channel;
-    // The identifier first: its whole-word store lets the narrower flag stores after it be read
-    // back at once, where the other order stalls each frame on the word's read-back.
-    out.Id = h->identifier;
     out.dir = h->dir;
     out.rtr = h->remote;
     out.xtd = h->extended;
+    out.Id = h->identifier;
     out.de = h->de;
     out.fd = h->fd;
     out.brs = h->brs;
