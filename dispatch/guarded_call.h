@@ -44,8 +44,8 @@ bool callHandler(const HandlerRef& ref, void (*fn)(void*), void* arg);
 namespace detail {
 extern std::atomic<HandlerFaultSink> faultSink;
 }
-// True once the host asked for fault reports: handlers go through callHandler. Read per call,
-// so a sink set during a batch guards the next call already.
+// True once the host asked for fault reports: handlers go through callHandler. The bus paths
+// read it before each frame's calls, so a sink set during a batch guards the next frame.
 inline bool handlersGuarded() { return detail::faultSink.load(std::memory_order_relaxed) != nullptr; }
 
 }  // namespace ruvo

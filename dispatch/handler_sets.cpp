@@ -217,8 +217,8 @@ void dispatchFrames(const HandlerSets& sets, const CanPackage* packages, int cou
     if (sets.receivedById.empty() && sets.sentById.empty()) return;
     const FrameConverter& converter = FrameConverter::instance();
     // A few frames at a time: first the calls each one gets and its record, then the calls.
-    // Records made ahead are read back at full speed, and no handler can reach the batch's
-    // messages meanwhile.
+    // Records made ahead are copied at full speed; handlers see records only, never the batch's
+    // messages, so converting ahead changes nothing they can tell.
     constexpr int kAhead = 16;
     struct Ready {
         IdIndex::Calls calls;

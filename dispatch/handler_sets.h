@@ -46,7 +46,9 @@ struct BusCall {
     const HandlerRef* ref;
 };
 
-// For one direction: the calls each frame id gets, in ascending handler address order.
+// For one direction: the calls each frame id gets, in ascending handler address order. Each
+// bound id's list holds the any-id handlers too, so a frame costs one look-up whatever the
+// bindings; the price is memory of bound ids times any-id handlers.
 class IdIndex {
 public:
     struct Calls {
