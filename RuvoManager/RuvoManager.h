@@ -26,7 +26,6 @@ namespace ruvo {
 class KeyboardWorker;
 class HandlerCache;
 class FutureList;
-struct BusHandler;
 }
 
 class RUVO_API RuvoManager : public ISDKReceiver {
@@ -123,7 +122,6 @@ private:
     void dropTimers(const std::string& applet);
     void stopTimersOf(const std::string& applet);
     void runTimers(bool run);
-    void callHandlers(const CanPackage& package, const std::vector<ruvo::BusHandler>& set);
 
     std::map<std::string, std::shared_ptr<MpRuvo>> applets;
     std::string projectPath;

@@ -1,7 +1,6 @@
 // The manager as the host's bus listener: frames, pre-send rewrites, measurement start and
 // stop, the one-frame slot, and starting and stopping the measurement.
 
-#include <algorithm>
 #include <set>
 
 #include "RuvoManager/RuvoManager.h"
@@ -10,7 +9,6 @@
 #include "dispatch/handler_sets.h"
 #include "host/workstation.h"
 
-using ruvo::BusHandler;
 using ruvo::FrameConverter;
 
 struct RuvoManager::Source : ruvo::HandlerSource {
@@ -48,35 +46,6 @@ std::thread::id RuvoManager::getThreadId() {
     return dispatchThreadId;
 }
 
-namespace {
-
-struct FrameCall {
-    void* handler;
-    _KelnCan* frame;
-};
-
-void callWithFrame(void* call) {
-    auto* c = static_cast<FrameCall*>(call);
-    reinterpret_cast<void (*)(_KelnCan*)>(c->handler)(c->frame);
-}
-
-void callPlain(void* handler) { reinterpret_cast<void (*)()>(handler)(); }
-
-}  // namespace
-
-void RuvoManager::callHandlers(const CanPackage& package, const std::vector<BusHandler>& set) {
-    const u64 frameId = FrameConverter::frameIdOf(package);
-    for (const BusHandler& handler : set) {
-        for (const u64 bound : handler.ids) {
-            if (!ruvo::idMatches(bound, frameId)) continue;
-            _KelnCan frame;  // a fresh record for every call
-            FrameConverter::instance().toKelnCan(package, frame);
-            FrameCall call{handler.address, &frame};
-            if (!ruvo::callHandler(handler.ref, callWithFrame, &call)) break;
-        }
-    }
-}
-
 void RuvoManager::onPackageRecv(const CanPackage* packages, int count) {
     if (count > 0 && packages != nullptr) {
         std::lock_guard<std::mutex> lock(recvMutex);
@@ -89,56 +58,25 @@ void RuvoManager::onPackageRecv(const CanPackage* packages, int count) {
     }
     Source source(*this);
     const auto sets = handlerCache->current(source);
-    if (sets->received.empty() && sets->sent.empty()) return;
-    for (int i = 0; i < count; ++i) {
-        const CanPackage& package = packages[i];
-        if (!package.message) continue;
-        switch (GetMessageDir(package.message)) {
-            case 0: callHandlers(package, sets->received); break;
-            case 1: callHandlers(package, sets->sent); break;
-            default: break;
-        }
-    }
+    ruvo::dispatchFrames(*sets, packages, count);
 }
 
 void RuvoManager::prePackageSend(std::list<CanPackage>& packages) {
     Source source(*this);
     const auto sets = handlerCache->current(source);
-    // Handlers outside, packages inside: each handler sees what the ones before it made.
-    for (const BusHandler& handler : sets->preSend) {
-        for (CanPackage& package : packages) {
-            if (!package.message) continue;
-            const u64 frameId = FrameConverter::frameIdOf(package);
-            if (std::none_of(handler.ids.begin(), handler.ids.end(),
-                             [frameId](u64 bound) { return ruvo::idMatches(bound, frameId); })) {
-                continue;  // nothing to convert for a frame this handler doesn't take
-            }
-            _KelnCan frame;
-            FrameConverter::instance().toKelnCan(package, frame);
-            for (const u64 bound : handler.ids) {
-                if (!ruvo::idMatches(bound, frameId)) continue;
-                FrameCall call{handler.address, &frame};
-                // A faulted handler's half-done record is not sent on.
-                if (!ruvo::callHandler(handler.ref, callWithFrame, &call)) break;
-                // Every match makes a new message, so the frame gets a new time stamp.
-                package = FrameConverter::instance().toPackage(frame);
-            }
-        }
-    }
+    ruvo::rewriteBeforeSend(*sets, packages);
 }
 
 void RuvoManager::onStartup(std::list<int>, std::list<int>) {
     Source source(*this);
-    const auto sets = handlerCache->current(source);
-    for (const BusHandler& h : sets->started) ruvo::callHandler(h.ref, callPlain, h.address);
+    ruvo::callPlainHandlers(handlerCache->current(source)->started);
     runTimers(true);
 }
 
 void RuvoManager::onShutdown() {
     runTimers(false);
     Source source(*this);
-    const auto sets = handlerCache->current(source);
-    for (const BusHandler& h : sets->stopped) ruvo::callHandler(h.ref, callPlain, h.address);
+    ruvo::callPlainHandlers(handlerCache->current(source)->stopped);
 }
 
 void RuvoManager::beforeStartup() {}

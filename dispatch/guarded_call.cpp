@@ -8,9 +8,12 @@
 
 namespace ruvo {
 
+namespace detail {
+std::atomic<HandlerFaultSink> faultSink{nullptr};
+}
+
 namespace {
 
-std::atomic<HandlerFaultSink> g_sink{nullptr};
 std::atomic<FaultListener> g_listener{nullptr};
 
 std::mutex& flagsMutex() {
@@ -25,15 +28,15 @@ std::map<std::string, FaultFlag>& flags() {
 
 void reportFault(const HandlerRef& ref, const char* what) {
     if (ref.faulted->exchange(true)) return;  // told once per applet
-    if (HandlerFaultSink sink = g_sink.load()) sink(ref.applet.c_str(), ref.function.c_str(), what);
+    if (HandlerFaultSink sink = detail::faultSink.load()) sink(ref.applet.c_str(), ref.function.c_str(), what);
     if (FaultListener listener = g_listener.load()) listener(ref.applet);
     touchModel();  // the next batch is built without this applet
 }
 
 }  // namespace
 
-void setHandlerFaultSink(HandlerFaultSink sink) { g_sink.store(sink); }
-HandlerFaultSink handlerFaultSink() { return g_sink.load(); }
+void setHandlerFaultSink(HandlerFaultSink sink) { detail::faultSink.store(sink); }
+HandlerFaultSink handlerFaultSink() { return detail::faultSink.load(); }
 void setFaultListener(FaultListener listener) { g_listener.store(listener); }
 
 FaultFlag faultFlagOf(const std::string& applet) {
@@ -52,7 +55,7 @@ bool hasFaulted(const std::string& applet) {
 void clearFault(const std::string& applet) { faultFlagOf(applet)->store(false); }
 
 bool callHandler(const HandlerRef& ref, void (*fn)(void*), void* arg) {
-    if (g_sink.load(std::memory_order_relaxed) == nullptr) {
+    if (detail::faultSink.load(std::memory_order_relaxed) == nullptr) {
         fn(arg);
         return true;
     }

@@ -41,4 +41,11 @@ struct HandlerRef {
 // or faults now.
 bool callHandler(const HandlerRef& ref, void (*fn)(void*), void* arg);
 
+namespace detail {
+extern std::atomic<HandlerFaultSink> faultSink;
+}
+// True once the host asked for fault reports: handlers go through callHandler. The bus paths
+// read it before each frame's calls, so a sink set during a batch guards the next frame.
+inline bool handlersGuarded() { return detail::faultSink.load(std::memory_order_relaxed) != nullptr; }
+
 }  // namespace ruvo
