@@ -46,10 +46,15 @@ grep -q "main started" "$work/run2.txt" || fail "main ran"
 
 # SIGINT ends the main functions by force, then the measurement.
 # (Started from python: a background job of this shell would have SIGINT ignored.)
+# The signal goes once main has started: a slow start (sanitizers, a loaded machine) must not
+# make it land before the measurement.
 /usr/bin/python3 -c 'import signal, subprocess, sys, time
 with open(sys.argv[1], "w") as out:
     run = subprocess.Popen(sys.argv[2:], stdout=out, stderr=out)
-    time.sleep(0.5)
+    deadline = time.time() + 30
+    while time.time() < deadline and "main started" not in open(sys.argv[1]).read():
+        time.sleep(0.05)
+    time.sleep(0.2)
     run.send_signal(signal.SIGINT)
     sys.exit(run.wait(30))' "$work/run3.txt" "$ruvo" run "$p" good --main
 [ $? -eq 130 ] || fail "SIGINT gives 130"
