@@ -1,4 +1,5 @@
 #include "host/log_interface.h"
+#include "platform/local_time.h"
 
 #include <atomic>
 #include <chrono>
@@ -42,7 +43,7 @@ int emit(Level level, const char* format, va_list args) {
     if (g_echo.load() && static_cast<int>(level) >= g_echoLevel.load()) {
         const std::time_t secs = static_cast<std::time_t>(micros / 1000000);
         std::tm tm{};
-        localtime_r(&secs, &tm);
+        platform::localTime(secs, tm);
         std::fprintf(stderr, "[%02d:%02d:%02d.%03lld %s] %s%s", tm.tm_hour, tm.tm_min, tm.tm_sec,
                      (micros / 1000) % 1000, levelName(level), text.c_str(),
                      (!text.empty() && text.back() == '\n') ? "" : "\n");

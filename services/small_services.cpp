@@ -18,6 +18,7 @@
 #include "services/controllers.h"
 #include "platform/codepage.h"
 #include "services/services.h"
+#include "platform/local_time.h"
 
 namespace services {
 
@@ -29,7 +30,7 @@ s32 get_date_time(u32* year, u32* month, u32* day, u32* hour, u32* minute, u32* 
     const auto now = std::chrono::system_clock::now();
     const std::time_t t = std::chrono::system_clock::to_time_t(now);
     std::tm tm{};
-    localtime_r(&t, &tm);
+    platform::localTime(t, tm);
     const auto millis =
         std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
     if (year) *year = static_cast<u32>(tm.tm_year + 1900);

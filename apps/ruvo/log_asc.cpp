@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "apps/ruvo/log_format.h"
+#include "platform/local_time.h"
 
 namespace canlog {
 namespace detail {
@@ -177,7 +178,7 @@ int64_t parseDate(const Tokens& t, size_t from) {
 std::string formatDate(int64_t ms) {
     const std::time_t seconds = static_cast<std::time_t>(ms / 1000);
     std::tm tm{};
-    localtime_r(&seconds, &tm);
+    platform::localTime(seconds, tm);
     const int hour12 = tm.tm_hour % 12 == 0 ? 12 : tm.tm_hour % 12;
     static const char* const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                          "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};

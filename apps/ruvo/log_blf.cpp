@@ -18,6 +18,7 @@
 #include <memory>
 
 #include "apps/ruvo/log_format.h"
+#include "platform/local_time.h"
 
 namespace canlog {
 namespace detail {
@@ -100,7 +101,7 @@ void putSystemTime(std::vector<uint8_t>& out, int64_t ms) {
     }
     const std::time_t seconds = static_cast<std::time_t>(ms / 1000);
     std::tm tm{};
-    localtime_r(&seconds, &tm);
+    platform::localTime(seconds, tm);
     const int fields[8] = {tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_wday, tm.tm_mday,
                            tm.tm_hour,        tm.tm_min,     tm.tm_sec,  static_cast<int>(ms % 1000)};
     for (int v : fields) put16(out, static_cast<uint32_t>(v));

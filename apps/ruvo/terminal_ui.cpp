@@ -13,6 +13,7 @@
 #include "RuvoManager/ruvo_sdk.h"
 #include "host/workstation.h"
 #include "platform/codepage.h"
+#include "platform/local_time.h"
 
 namespace cli {
 
@@ -121,7 +122,7 @@ void logLine(const char* applet, KelnLogLevel level, const char* message) {
     const long ms = static_cast<long>(
         std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000);
     std::tm tm{};
-    localtime_r(&t, &tm);
+    platform::localTime(t, tm);
     char stamp[32];
     std::snprintf(stamp, sizeof stamp, "%02d:%02d:%02d.%03ld", tm.tm_hour, tm.tm_min, tm.tm_sec, ms);
     std::lock_guard<std::mutex> lock(g_mutex);

@@ -1,7 +1,9 @@
-// Fault guard on Windows: a structured exception frame that takes every exception. A C++
-// exception is caught one frame further in, so that its text is kept (with /EHsc, catch (...)
-// does not see structured exceptions). abort() raises SIGABRT through the C runtime instead of
-// an exception; inside a guard its handler turns it into one.
+// Fault guard on Windows: a vectored exception handler sees a hardware fault first; when the
+// faulting thread is inside a guard it resumes the thread in a small routine that jumps back to
+// that guard (a jump from an ordinary frame, not from inside the handler). Any compiler works:
+// no __try is needed. A C++ exception is caught one frame further in, so that its text is kept.
+// abort() raises SIGABRT through the C runtime instead of an exception; inside a guard its
+// handler turns it into one.
 
 #include <windows.h>
 
@@ -22,14 +24,21 @@ namespace {
 // Customer bit set: no system exception has this code.
 constexpr DWORD kAbortException = 0xE0AB0001;
 
-thread_local int t_depth = 0;  // guards entered on this thread
-std::once_flag g_abortInstalled;
+// One guard on the thread's stack; the innermost is where a fault returns to.
+struct Guard {
+    void* jump[5];  // __builtin_setjmp's buffer
+    Guard* outer;
+    DWORD code;
+};
+thread_local Guard* t_guard = nullptr;
+std::once_flag g_installed;
 void(__cdecl* g_previousAbort)(int) = SIG_DFL;
 
 void __cdecl onAbort(int sig) {
     // The runtime resets the handler before it calls it.
     std::signal(SIGABRT, onAbort);
-    if (t_depth > 0) RaiseException(kAbortException, EXCEPTION_NONCONTINUABLE, 0, nullptr);
+    // Continuable: the handler resumes the thread elsewhere.
+    if (t_guard != nullptr) RaiseException(kAbortException, 0, 0, nullptr);
     // Outside every guard abort goes on as it would have.
     if (g_previousAbort != SIG_DFL && g_previousAbort != SIG_IGN && g_previousAbort != SIG_ERR &&
         g_previousAbort != nullptr) {
@@ -37,7 +46,6 @@ void __cdecl onAbort(int sig) {
     }
 }
 
-void installAbort() { g_previousAbort = std::signal(SIGABRT, onAbort); }
 
 void fill(FaultReport* report, int code, const char* what) {
     if (report == nullptr) return;
@@ -92,32 +100,67 @@ int callCatchingCpp(void (*fn)(void*), void* arg, FaultReport* report) {
     return -1;
 }
 
-constexpr int kFaulted = -2;
-
-// No object with a destructor may live in a function with __try.
-int callUnderSeh(void (*fn)(void*), void* arg, FaultReport* report, DWORD* code) {
-    int rc = kFaulted;
-    __try {
-        rc = callCatchingCpp(fn, arg, report);
-    } __except (*code = GetExceptionCode(), EXCEPTION_EXECUTE_HANDLER) {
-        rc = kFaulted;
+bool isFault(DWORD code) {
+    switch (code) {
+    case EXCEPTION_ACCESS_VIOLATION:
+    case EXCEPTION_ARRAY_BOUNDS_EXCEEDED:
+    case EXCEPTION_STACK_OVERFLOW:
+    case EXCEPTION_GUARD_PAGE:
+    case EXCEPTION_IN_PAGE_ERROR:
+    case EXCEPTION_DATATYPE_MISALIGNMENT:
+    case EXCEPTION_INT_DIVIDE_BY_ZERO:
+    case EXCEPTION_INT_OVERFLOW:
+    case EXCEPTION_FLT_DIVIDE_BY_ZERO:
+    case EXCEPTION_FLT_INVALID_OPERATION:
+    case EXCEPTION_FLT_OVERFLOW:
+    case EXCEPTION_FLT_UNDERFLOW:
+    case EXCEPTION_FLT_INEXACT_RESULT:
+    case EXCEPTION_FLT_DENORMAL_OPERAND:
+    case EXCEPTION_FLT_STACK_CHECK:
+    case EXCEPTION_ILLEGAL_INSTRUCTION:
+    case EXCEPTION_PRIV_INSTRUCTION:
+    case kAbortException: return true;
+    default: return false;  // C++ exceptions and the rest go their usual way
     }
-    return rc;
+}
+
+[[noreturn]] void backToGuard() { __builtin_longjmp(t_guard->jump, 1); }
+
+LONG CALLBACK onException(EXCEPTION_POINTERS* info) {
+    Guard* guard = t_guard;
+    const DWORD code = info->ExceptionRecord->ExceptionCode;
+    if (guard == nullptr || !isFault(code)) return EXCEPTION_CONTINUE_SEARCH;
+    guard->code = code;
+    // Resume in backToGuard on a 16-byte aligned stack, as if it had been called.
+    CONTEXT* context = info->ContextRecord;
+    context->Rsp = ((context->Rsp - 256) & ~DWORD64(15)) - 8;
+    context->Rip = reinterpret_cast<DWORD64>(&backToGuard);
+    return EXCEPTION_CONTINUE_EXECUTION;
+}
+
+void install() {
+    AddVectoredExceptionHandler(1, onException);
+    g_previousAbort = std::signal(SIGABRT, onAbort);
 }
 
 }  // namespace
 
 int runGuarded(void (*fn)(void*), void* arg, FaultReport* report) {
-    std::call_once(g_abortInstalled, installAbort);
-    const int depth = t_depth++;
-    DWORD code = 0;
-    int rc = callUnderSeh(fn, arg, report, &code);
-    t_depth = depth;
-    if (rc != kFaulted) return rc;
+    std::call_once(g_installed, install);
+    Guard guard;
+    guard.outer = t_guard;
+    guard.code = 0;
+    if (__builtin_setjmp(guard.jump) == 0) {
+        t_guard = &guard;
+        const int rc = callCatchingCpp(fn, arg, report);
+        t_guard = guard.outer;
+        return rc;
+    }
+    t_guard = guard.outer;
     // The guard page that caught the overflow is used up; without it the next overflow would
     // end the process.
-    if (code == EXCEPTION_STACK_OVERFLOW) _resetstkoflw();
-    describe(code, report);
+    if (guard.code == EXCEPTION_STACK_OVERFLOW) _resetstkoflw();
+    describe(guard.code, report);
     return -1;
 }
 
