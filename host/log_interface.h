@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "host/hostbridge_export.h"
+#include "platform/export.h"
 
 namespace log_interface {
 
@@ -17,13 +18,13 @@ struct Record {
     long long microsSinceEpoch;
 };
 
-HOSTBRIDGE_API int log_debug(const char* format, ...) __attribute__((format(printf, 1, 2)));
-HOSTBRIDGE_API int log_info(const char* format, ...) __attribute__((format(printf, 1, 2)));
-HOSTBRIDGE_API int log_success(const char* format, ...) __attribute__((format(printf, 1, 2)));
-HOSTBRIDGE_API int log_warn(const char* format, ...) __attribute__((format(printf, 1, 2)));
-HOSTBRIDGE_API int log_error(const char* format, ...) __attribute__((format(printf, 1, 2)));
+HOSTBRIDGE_API int log_debug(const char* format, ...) RUVO_PRINTF(1, 2);
+HOSTBRIDGE_API int log_info(const char* format, ...) RUVO_PRINTF(1, 2);
+HOSTBRIDGE_API int log_success(const char* format, ...) RUVO_PRINTF(1, 2);
+HOSTBRIDGE_API int log_warn(const char* format, ...) RUVO_PRINTF(1, 2);
+HOSTBRIDGE_API int log_error(const char* format, ...) RUVO_PRINTF(1, 2);
 // Failures of services applets call: "[小程序]函数:%s,错误:%s" style.
-HOSTBRIDGE_API int log_error_s(const char* format, ...) __attribute__((format(printf, 1, 2)));
+HOSTBRIDGE_API int log_error_s(const char* format, ...) RUVO_PRINTF(1, 2);
 
 // The kept lines, oldest first; take empties the store.
 HOSTBRIDGE_API std::vector<Record> records();

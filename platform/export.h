@@ -22,3 +22,11 @@
 #else
 #  define RUVO_PLATFORM_API __attribute__((visibility("default")))
 #endif
+
+// printf-style format checking of our own formatting calls. MinGW builds use its C99 printf
+// (__USE_MINGW_ANSI_STDIO), which knows %zu and %lld; the plain archetype there is msvcrt's.
+#if defined(__MINGW32__)
+#  define RUVO_PRINTF(f, a) __attribute__((format(gnu_printf, f, a)))
+#else
+#  define RUVO_PRINTF(f, a) __attribute__((format(printf, f, a)))
+#endif

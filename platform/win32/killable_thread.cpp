@@ -29,7 +29,8 @@ void nameThisThread(const std::string& name) {
     using SetDescription = HRESULT(WINAPI*)(HANDLE, PCWSTR);
     HMODULE kernel = GetModuleHandleW(L"kernel32.dll");
     if (kernel == nullptr) return;
-    auto set = reinterpret_cast<SetDescription>(GetProcAddress(kernel, "SetThreadDescription"));
+    // Through void*: the entry point has its own type, not FARPROC.
+    auto set = reinterpret_cast<SetDescription>(reinterpret_cast<void*>(GetProcAddress(kernel, "SetThreadDescription")));
     if (set == nullptr) return;
     const int n = MultiByteToWideChar(CP_UTF8, 0, name.data(), static_cast<int>(name.size()), nullptr, 0);
     if (n <= 0) return;
