@@ -6,15 +6,7 @@ cd "$(dirname "$0")/.."
 
 packages="cmake make g++ clang clang-format libcjson-dev libgtest-dev libgmock-dev \
 libbenchmark-dev libclang-rt-14-dev libpcre2-dev pkg-config python3 python3-can python3-canmatrix zlib1g-dev"
-missing=""
-for p in $packages; do
-    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
-done
-if [ -n "$missing" ]; then
-    echo "installing:$missing"
-    apt-get update -qq
-    DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $missing >/dev/null
-fi
+sh tools/ensure_packages.sh $packages
 
 cmake -S . -B out -DCMAKE_BUILD_TYPE=RelWithDebInfo ${RUVO_CMAKE_ARGS:-} >/dev/null
 cmake --build out -j"$(nproc)"

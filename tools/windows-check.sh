@@ -10,15 +10,7 @@ deps="$root/deps"
 toolchain="$(pwd)/cmake/mingw-w64-x86_64.cmake"
 
 packages="cmake make g++-mingw-w64-x86-64-posix wine64 dpkg-dev googletest"
-missing=""
-for p in $packages; do
-    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing="$missing $p"
-done
-if [ -n "$missing" ]; then
-    echo "installing:$missing"
-    apt-get update -qq
-    DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $missing >/dev/null
-fi
+sh tools/ensure_packages.sh $packages
 
 # Debian's source packages, fetched with an apt state of our own: the system's sources as deb-src.
 fetch_source() {

@@ -54,17 +54,16 @@ void fill(FaultReport* report, int code, const char* what) {
     report->what[sizeof report->what - 1] = '\0';
 }
 
-// The same names as on POSIX, so that reports read alike on both systems.
-void describe(DWORD code, FaultReport* report) {
-    if (report == nullptr) return;
-    const char* name = nullptr;
+// The same names as on POSIX, so that reports read alike on both systems; null for an exception
+// that is no fault (C++ exceptions and the rest go their usual way).
+const char* faultName(DWORD code) {
     switch (code) {
     case EXCEPTION_ACCESS_VIOLATION:
     case EXCEPTION_ARRAY_BOUNDS_EXCEEDED:
     case EXCEPTION_STACK_OVERFLOW:
-    case EXCEPTION_GUARD_PAGE: name = "SIGSEGV"; break;
+    case EXCEPTION_GUARD_PAGE: return "SIGSEGV";
     case EXCEPTION_IN_PAGE_ERROR:
-    case EXCEPTION_DATATYPE_MISALIGNMENT: name = "SIGBUS"; break;
+    case EXCEPTION_DATATYPE_MISALIGNMENT: return "SIGBUS";
     case EXCEPTION_INT_DIVIDE_BY_ZERO:
     case EXCEPTION_INT_OVERFLOW:
     case EXCEPTION_FLT_DIVIDE_BY_ZERO:
@@ -73,12 +72,17 @@ void describe(DWORD code, FaultReport* report) {
     case EXCEPTION_FLT_UNDERFLOW:
     case EXCEPTION_FLT_INEXACT_RESULT:
     case EXCEPTION_FLT_DENORMAL_OPERAND:
-    case EXCEPTION_FLT_STACK_CHECK: name = "SIGFPE"; break;
+    case EXCEPTION_FLT_STACK_CHECK: return "SIGFPE";
     case EXCEPTION_ILLEGAL_INSTRUCTION:
-    case EXCEPTION_PRIV_INSTRUCTION: name = "SIGILL"; break;
-    case kAbortException: name = "SIGABRT"; break;
-    default: break;
+    case EXCEPTION_PRIV_INSTRUCTION: return "SIGILL";
+    case kAbortException: return "SIGABRT";
+    default: return nullptr;
     }
+}
+
+void describe(DWORD code, FaultReport* report) {
+    if (report == nullptr) return;
+    const char* name = faultName(code);
     if (name != nullptr) {
         fill(report, static_cast<int>(code), name);
     } else {
@@ -100,36 +104,12 @@ int callCatchingCpp(void (*fn)(void*), void* arg, FaultReport* report) {
     return -1;
 }
 
-bool isFault(DWORD code) {
-    switch (code) {
-    case EXCEPTION_ACCESS_VIOLATION:
-    case EXCEPTION_ARRAY_BOUNDS_EXCEEDED:
-    case EXCEPTION_STACK_OVERFLOW:
-    case EXCEPTION_GUARD_PAGE:
-    case EXCEPTION_IN_PAGE_ERROR:
-    case EXCEPTION_DATATYPE_MISALIGNMENT:
-    case EXCEPTION_INT_DIVIDE_BY_ZERO:
-    case EXCEPTION_INT_OVERFLOW:
-    case EXCEPTION_FLT_DIVIDE_BY_ZERO:
-    case EXCEPTION_FLT_INVALID_OPERATION:
-    case EXCEPTION_FLT_OVERFLOW:
-    case EXCEPTION_FLT_UNDERFLOW:
-    case EXCEPTION_FLT_INEXACT_RESULT:
-    case EXCEPTION_FLT_DENORMAL_OPERAND:
-    case EXCEPTION_FLT_STACK_CHECK:
-    case EXCEPTION_ILLEGAL_INSTRUCTION:
-    case EXCEPTION_PRIV_INSTRUCTION:
-    case kAbortException: return true;
-    default: return false;  // C++ exceptions and the rest go their usual way
-    }
-}
-
 [[noreturn]] void backToGuard() { __builtin_longjmp(t_guard->jump, 1); }
 
 LONG CALLBACK onException(EXCEPTION_POINTERS* info) {
     Guard* guard = t_guard;
     const DWORD code = info->ExceptionRecord->ExceptionCode;
-    if (guard == nullptr || !isFault(code)) return EXCEPTION_CONTINUE_SEARCH;
+    if (guard == nullptr || faultName(code) == nullptr) return EXCEPTION_CONTINUE_SEARCH;
     guard->code = code;
     // Resume in backToGuard on a 16-byte aligned stack, as if it had been called.
     CONTEXT* context = info->ContextRecord;
