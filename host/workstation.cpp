@@ -1,6 +1,7 @@
 #include "host/workstation.h"
 
 #include "host/can_dlc.h"
+#include "platform/process_exit.h"
 
 #include <atomic>
 #include <chrono>
@@ -48,6 +49,11 @@ void deliverToReceivers(const std::vector<std::shared_ptr<MsgHeaderBase>>& frame
 class NodeDelivery {
 public:
     ~NodeDelivery() {
+        if (platform::processExiting()) {
+            // The worker was ended with the process, perhaps inside a wait: leave it all be.
+            if (worker_.joinable()) worker_.detach();
+            return;
+        }
         {
             std::lock_guard<std::mutex> lock(mutex_);
             stopping_ = true;
