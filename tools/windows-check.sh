@@ -61,7 +61,7 @@ build_dep googletest /usr/src/googletest -Dgtest_disable_pthreads=OFF
 
 export PKG_CONFIG_LIBDIR="$deps/lib/pkgconfig"
 cmake -S . -B "$root/build" -DCMAKE_TOOLCHAIN_FILE="$toolchain" -DRUVO_WINDOWS_DEPS="$deps" \
-    -DCMAKE_PREFIX_PATH="$deps" -DRUVO_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+    -DCMAKE_PREFIX_PATH="$deps" -DZLIB_LIBRARY="$deps/lib/libzlibstatic.a" -DRUVO_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build "$root/build" -j"$(nproc)"
 
 export WINEPREFIX="$root/wineprefix" WINEDEBUG=-all

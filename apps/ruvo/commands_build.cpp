@@ -5,53 +5,23 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
+#include <filesystem>
 #include <iostream>
 #include <mutex>
-#include <unistd.h>
+#include <optional>
 
 #include "RuvoManager/ruvo_sdk.h"
 #include "apps/ruvo/bus_databases.h"
 #include "apps/ruvo/cli.h"
 #include "apps/ruvo/compile_messages.h"
 #include "generator/CppCodeGenerator.h"
+#include "platform/console.h"
 
 namespace cli {
 
 namespace {
 
 bool verbose() { return std::getenv("RUVO_VERBOSE") != nullptr; }
-
-// The library reports its steps on stdout ("Output: ..." with the raw compiler text, timings).
-// That is a host's debug console, not this command's output: it goes to stderr under
-// RUVO_VERBOSE and nowhere otherwise. The compile thread prints before its callback, so
-// everything has landed when the outcome is in.
-class LibraryChatterDiverted {
-public:
-    LibraryChatterDiverted() {
-        flush();
-        const int target = verbose() ? ::dup(STDERR_FILENO) : ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-        saved = ::dup(STDOUT_FILENO);
-        if (target >= 0 && saved >= 0) ::dup2(target, STDOUT_FILENO);
-        if (target >= 0) ::close(target);
-    }
-    ~LibraryChatterDiverted() {
-        flush();
-        if (saved >= 0) {
-            ::dup2(saved, STDOUT_FILENO);
-            ::close(saved);
-        }
-    }
-    LibraryChatterDiverted(const LibraryChatterDiverted&) = delete;
-    LibraryChatterDiverted& operator=(const LibraryChatterDiverted&) = delete;
-
-private:
-    static void flush() {
-        std::cout.flush();
-        std::fflush(stdout);
-    }
-    int saved = -1;
-};
 
 }  // namespace
 
@@ -76,7 +46,10 @@ CompileOutcome compileApplet(const std::string& applet, bool showProgress) {
         done.notify_all();
     };
     {
-        LibraryChatterDiverted diverted;
+        // The library reports its steps on stdout ("Output: ..." with the raw compiler text,
+        // timings): a host's debug console, not this command's output. The compile thread
+        // prints before its callback, so everything has landed when the outcome is in.
+        const platform::StdoutDiverted diverted(verbose());
         if (ruvo_sdk::compileRuvo(applet.c_str(), callback) != 0) {
             throw std::runtime_error("cannot compile \"" + applet +
                                      "\": its functions depend on each other in a circle, or the "
@@ -98,6 +71,14 @@ CompileOutcome compileApplet(const std::string& applet, bool showProgress) {
 
 namespace {
 
+// When the module file was last written; none when there is no file.
+std::optional<std::filesystem::file_time_type> moduleStamp(const std::string& path) {
+    std::error_code ec;
+    const auto t = std::filesystem::last_write_time(path, ec);
+    if (ec) return std::nullopt;
+    return t;
+}
+
 int cmdCompile(const Args& args) {
     Args positional;
     std::vector<DbcSpec> databases;
@@ -115,15 +96,24 @@ int cmdCompile(const Args& args) {
     const std::string applet = openApplet(positional[0], positional[1]);
     if (!databases.empty()) loadWorkstationDatabases(databases);
     std::fflush(stdout);
+    const std::string module = RuvoManager::getInstance().getApplet(applet)->getMpDllFullPath();
+    const auto before = moduleStamp(module);
     const CompileOutcome o = compileApplet(applet, true);
     if (verbose()) std::fprintf(stderr, "compiler output as given:\n%s", o.raw.c_str());
     std::printf("%s", o.text.c_str());
     std::printf("result: %s (%d), %llu ms\n", o.result == CR_SUCCESS ? "success" : "failure", o.result,
                 o.ms);
-    if (o.result == CR_SUCCESS) {
-        std::printf("module: %s\n", RuvoManager::getInstance().getApplet(applet)->getMpDllFullPath().c_str());
+    if (o.result != CR_SUCCESS) return 1;
+    // The library tells failure from the compiler's words alone; a compiler that could not be
+    // started at all (a shell's "not recognized") says none of them.
+    const auto after = moduleStamp(module);
+    if (!after || after == before) {
+        std::fprintf(stderr, "no module was written to %s: see the output above (RUVO_VERBOSE shows all)\n",
+                     module.c_str());
+        return 1;
     }
-    return o.result == CR_SUCCESS ? 0 : 1;
+    std::printf("module: %s\n", module.c_str());
+    return 0;
 }
 
 bool isBindingKind(const std::string& kind) {

@@ -1,8 +1,5 @@
 // "ruvo convert": an applet's generated code as a device script package.
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -10,41 +7,12 @@
 
 #include "RuvoManager/ruvo_sdk.h"
 #include "apps/ruvo/cli.h"
+#include "platform/console.h"
 
 namespace cli {
 namespace {
 
 namespace fs = std::filesystem;
-
-// The converter notes each rewrite on stdout, a host's debug console: stderr under
-// RUVO_VERBOSE, nowhere otherwise.
-class ConverterNotesDiverted {
-public:
-    ConverterNotesDiverted() {
-        flush();
-        const int target = std::getenv("RUVO_VERBOSE") != nullptr ? ::dup(STDERR_FILENO)
-                                                                 : ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-        saved = ::dup(STDOUT_FILENO);
-        if (target >= 0 && saved >= 0) ::dup2(target, STDOUT_FILENO);
-        if (target >= 0) ::close(target);
-    }
-    ~ConverterNotesDiverted() {
-        flush();
-        if (saved >= 0) {
-            ::dup2(saved, STDOUT_FILENO);
-            ::close(saved);
-        }
-    }
-    ConverterNotesDiverted(const ConverterNotesDiverted&) = delete;
-    ConverterNotesDiverted& operator=(const ConverterNotesDiverted&) = delete;
-
-private:
-    static void flush() {
-        std::cout.flush();
-        std::fflush(stdout);
-    }
-    int saved = -1;
-};
 
 bool within(const fs::path& inner, const fs::path& outer) {
     auto i = inner.begin();
@@ -73,7 +41,8 @@ int cmdConvert(const Args& args) {
     std::string error;
     int rc;
     {
-        ConverterNotesDiverted quiet;
+        // The converter notes each rewrite on stdout, a host's debug console.
+        const platform::StdoutDiverted quiet(std::getenv("RUVO_VERBOSE") != nullptr);
         rc = ruvo_sdk::transCCodeToVciCode(applet.c_str(), out.string().c_str(), nullptr, 0, &written, &error);
     }
     if (rc != 0) throw std::runtime_error("cannot convert \"" + applet + "\": " + error);

@@ -9,6 +9,7 @@
 
 #include "apps/ruvo/cli.h"
 #include "apps/ruvo/run_support.h"
+#include "platform/stop_request.h"
 #include "apps/ruvo/bus_peers.h"
 
 namespace cli {
@@ -38,7 +39,7 @@ int cmdEcu(const Args& args) {
         throw UsageError("expected ECU.json|SLAVE.json... [--xcp-slave SLAVE.json]... [--listen [HOST:]PORT] "
                          "[--for SECONDS]");
     }
-    const StopSignals signals;
+    const platform::StopRequests signals;
     if (!peers.startEcusOrReport(files)) return 1;
     peers.startServer();
     std::fprintf(stderr, "ECUs running %s\n",
@@ -51,7 +52,7 @@ int cmdEcu(const Args& args) {
     }
     peers.stop();
     if (const int signal = signals.received()) {
-        std::fprintf(stderr, "interrupted by %s: ECUs stopped\n", signalName(signal));
+        std::fprintf(stderr, "interrupted by %s: ECUs stopped\n", platform::StopRequests::name(signal));
         return 128 + signal;
     }
     std::fprintf(stderr, "ECUs stopped\n");

@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -10,7 +9,6 @@
 #include <fstream>
 #include <mutex>
 #include <system_error>
-#include <unistd.h>
 
 #include "RuvoManager/ruvo_sdk.h"
 #include "apps/ruvo/applet_runs.h"
@@ -20,6 +18,9 @@
 #include "apps/ruvo/bus_peers.h"
 #include "host/workstation.h"
 #include "apps/ruvo/run_support.h"
+#include "platform/console.h"
+#include "platform/stop_request.h"
+#include "platform/temp_dir.h"
 #include "apps/ruvo/terminal_ui.h"
 #include "apps/ruvo/vars_file.h"
 
@@ -138,7 +139,7 @@ int cmdRun(const Args& args) {
                          "[--for SECONDS] [--main] [--keys STROKES]");
     }
     if (!replayFile.empty() && seconds >= 0) throw UsageError("--for is for a live measurement, not with --replay");
-    const StopSignals signals;
+    const platform::StopRequests signals;
     if (!outFile.empty()) {
         canlog::formatOf(outFile);
         std::error_code ec;
@@ -192,9 +193,9 @@ int cmdRun(const Args& args) {
     // Keys typed on the terminal reach the shortcut handlers in a live run; boxes then take
     // --answer, since the keys own the terminal.
     platform::TerminalKeySource typed;
-    if (replayFile.empty() && keys.empty() && ::isatty(STDIN_FILENO) && anyKeyBindings(applets)) {
+    if (replayFile.empty() && keys.empty() && platform::isTerminal(0) && anyKeyBindings(applets)) {
         std::string problem;
-        if (typed.start(STDIN_FILENO, problem)) {
+        if (typed.start(0, problem)) {
             TerminalUi::keysOwnTerminal(true);
             std::fprintf(stderr, "keys typed here go to the applets' shortcuts\n");
         } else {
@@ -223,7 +224,7 @@ int cmdRun(const Args& args) {
         const std::string summary = "the applets sent " + std::to_string(result.sent) + (outFile.empty() ? "" : " to " + outFile);
         const int signal = signals.received();
         if (signal != 0) {
-            std::fprintf(stderr, "interrupted by %s: %s\n", signal == SIGINT ? "SIGINT" : "SIGTERM", summary.c_str());
+            std::fprintf(stderr, "interrupted by %s: %s\n", platform::StopRequests::name(signal), summary.c_str());
             return 128 + signal;
         }
         std::fprintf(stderr, "measurement ended: %s\n", summary.c_str());
@@ -242,7 +243,7 @@ int cmdRun(const Args& args) {
     const int signal = signals.received();
     if (signal != 0) {
         std::fprintf(stderr, "interrupted by %s after %zu of %zu frames: %s\n",
-                     signal == SIGINT ? "SIGINT" : "SIGTERM", result.replayed, total, summary.c_str());
+                     platform::StopRequests::name(signal), result.replayed, total, summary.c_str());
         return 128 + signal;
     }
     std::fprintf(stderr, "%s\n", summary.c_str());
@@ -406,9 +407,8 @@ void diagnoseDemoEcu(const std::string& project) {
 
 int cmdDemo(const Args& args) {
     if (!args.empty()) throw UsageError("takes no arguments");
-    std::string tmpl = (std::filesystem::temp_directory_path() / "ruvo_demo_XXXXXX").string();
-    if (::mkdtemp(&tmpl[0]) == nullptr) throw std::runtime_error("cannot create a temporary project");
-    const std::string project = tmpl;
+    const std::string project = platform::makeTempDirectory("ruvo_demo_");
+    if (project.empty()) throw std::runtime_error("cannot create a temporary project");
     struct Cleanup {
         std::string dir;
         ~Cleanup() {

@@ -1,7 +1,5 @@
 #include "apps/ruvo/terminal_ui.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -13,6 +11,7 @@
 #include "RuvoManager/ruvo_sdk.h"
 #include "host/workstation.h"
 #include "platform/codepage.h"
+#include "platform/console.h"
 #include "platform/local_time.h"
 
 namespace cli {
@@ -29,7 +28,7 @@ std::FILE* g_logFile = nullptr;
 std::atomic<bool> g_keysOwnTerminal{false};
 
 bool interactive() {
-    return !g_keysOwnTerminal.load() && ::isatty(STDIN_FILENO) != 0 && ::isatty(STDERR_FILENO) != 0;
+    return !g_keysOwnTerminal.load() && platform::isTerminal(0) && platform::isTerminal(2);
 }
 
 // The user's answer on a TTY, else the one given on the command line; shown either way.
@@ -87,7 +86,7 @@ int showRuvoBox(const char*, DataCategoryType, const char* value, int, const cha
 void progress(const char* applet, const char* sequence, const char* block, double value, int result) {
     std::lock_guard<std::mutex> lock(g_mutex);
     const double p = std::max(0.0, std::min(100.0, value));
-    if (::isatty(STDERR_FILENO)) {
+    if (platform::isTerminal(2)) {
         const int filled = static_cast<int>(p / 5);
         std::fprintf(stderr, "\r[%-20s] %5.1f%% %s %s%s", std::string(filled, '#').c_str(), p, text(applet).c_str(),
                      text(sequence).c_str(), p >= 100 ? "\n" : "");
