@@ -1,12 +1,7 @@
 #pragma once
 
-// The host libraries are separate DLLs; only what is marked here leaves the library.
-#if defined(_WIN32)
-#  if defined(HOSTBRIDGE_BUILDING)
-#    define HOSTBRIDGE_API __declspec(dllexport)
-#  else
-#    define HOSTBRIDGE_API __declspec(dllimport)
-#  endif
-#else
-#  define HOSTBRIDGE_API __attribute__((visibility("default")))
-#endif
+// The host libraries are separate DLLs; only what is marked leaves the library. The marker is
+// the platform's, as the platform services HostBridge carries are marked the same way.
+#include "platform/export.h"
+
+#define HOSTBRIDGE_API RUVO_PLATFORM_API

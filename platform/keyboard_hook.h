@@ -57,6 +57,11 @@ RUVO_PLATFORM_API intptr_t callNextKeyboardHook(int code, uintptr_t wParam, intp
 // GetKeyState: negative while the key is down.
 RUVO_PLATFORM_API short keyState(int virtualKey);
 
+// Lets the hooks this thread installed see what is pending, for up to `milliseconds`. Windows
+// calls a low-level hook through its installing thread's message queue: a thread without a
+// message loop of its own (a console program's) calls this where it waits. POSIX: sleeps.
+RUVO_PLATFORM_API void serviceKeyboardHooks(int milliseconds);
+
 // One press as a user makes it: a key with the modifiers held.
 struct KeyStroke {
     int virtualKey = 0;

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <chrono>
 #include <functional>
-#include <thread>
 #include <map>
 #include <mutex>
 #include <stdexcept>
 
 #include "RuvoManager/ruvo_sdk.h"
 #include "host/workstation.h"
+#include "platform/keyboard_hook.h"
 
 namespace cli {
 
@@ -138,7 +138,9 @@ ReplayResult runLive(double seconds, const FrameSink& sink, const StopCheck& sto
             result.interrupted = true;
             break;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        // The keyboard hook the applets' shortcuts need was installed by this thread; on Windows
+        // it is called through this thread's message queue.
+        platform::serviceKeyboardHooks(10);
     }
     if (hooks.stopping) hooks.stopping();
     ruvo_sdk::kelnStop();

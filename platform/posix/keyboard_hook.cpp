@@ -507,6 +507,11 @@ short keyState(int virtualKey) {
     return g_keyStates[virtualKey].load();
 }
 
+void serviceKeyboardHooks(int milliseconds) {
+    // The hooks run on the injecting thread here, never through a queue.
+    if (milliseconds > 0) std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
 void injectKeyStroke(const KeyStroke& stroke) {
     if (stroke.virtualKey < 1 || stroke.virtualKey > 254) return;
     std::lock_guard<std::recursive_mutex> lock(strokeMutex());

@@ -100,6 +100,20 @@ intptr_t callNextKeyboardHook(int code, uintptr_t wParam, intptr_t lParam) {
 
 short keyState(int virtualKey) { return GetKeyState(virtualKey); }
 
+void serviceKeyboardHooks(int milliseconds) {
+    const ULONGLONG end = GetTickCount64() + static_cast<ULONGLONG>(milliseconds > 0 ? milliseconds : 0);
+    for (;;) {
+        MSG message;
+        while (PeekMessageW(&message, nullptr, 0, 0, PM_REMOVE)) {
+            TranslateMessage(&message);
+            DispatchMessageW(&message);
+        }
+        const ULONGLONG now = GetTickCount64();
+        if (now >= end) return;
+        MsgWaitForMultipleObjects(0, nullptr, FALSE, static_cast<DWORD>(end - now), QS_ALLINPUT);
+    }
+}
+
 void injectKeyStroke(const KeyStroke& stroke) {
     if (stroke.virtualKey < 1 || stroke.virtualKey > 254) return;
     INPUT inputs[8];

@@ -1,5 +1,6 @@
 // The Win32 implementations of the platform services, run for real (under wine on Linux): module
-// loading, a child process with its merged output, code pages, the fault guard and the thread kill.
+// loading, a child process with its merged output, code pages, the fault guard, the thread kill
+// and the keyboard hook.
 
 #include <gtest/gtest.h>
 
@@ -13,6 +14,7 @@
 
 #include "platform/codepage.h"
 #include "platform/fault_guard.h"
+#include "platform/keyboard_hook.h"
 #include "platform/killable_thread.h"
 #include "platform/module.h"
 #include "platform/process.h"
@@ -119,6 +121,35 @@ TEST(Win32KillableThread, ASpinningThreadIsEndedByForce) {
     ASSERT_TRUE(thread.start([&] { ran = true; }, "again", nullptr, nullptr));
     for (int i = 0; i < 200 && thread.running(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
     EXPECT_TRUE(ran.load());
+}
+
+}  // namespace
+
+namespace {
+
+std::atomic<int> g_hookedDowns{0};
+std::atomic<uint32_t> g_hookedKey{0};
+
+intptr_t countingHook(int code, uintptr_t wParam, intptr_t lParam) {
+    if (code >= 0 && (wParam == platform::kWmKeyDown || wParam == platform::kWmSysKeyDown)) {
+        g_hookedKey = reinterpret_cast<const platform::KeyHookRecord*>(lParam)->vkCode;
+        ++g_hookedDowns;
+    }
+    return platform::callNextKeyboardHook(code, wParam, lParam);
+}
+
+TEST(Win32KeyboardHook, AnInjectedStrokeReachesTheSystemHook) {
+    unsigned long error = 0;
+    const platform::KeyHookHandle hook = platform::setKeyboardHook(countingHook, error);
+    ASSERT_NE(hook, nullptr) << "SetWindowsHookExW failed: " << error;
+    std::thread typist([] { platform::injectKeyStroke({platform::kVkF1 + 4, true, false, false}); });
+    // The hook runs through this thread's message queue.
+    for (int i = 0; i < 100 && g_hookedKey.load() != platform::kVkF1 + 4u; ++i) platform::serviceKeyboardHooks(20);
+    typist.join();
+    EXPECT_EQ(g_hookedKey.load(), platform::kVkF1 + 4u);
+    EXPECT_GE(g_hookedDowns.load(), 2) << "Ctrl and F5";
+    EXPECT_TRUE(platform::removeKeyboardHook(hook));
+    EXPECT_FALSE(platform::removeKeyboardHook(hook));
 }
 
 }  // namespace
