@@ -1,10 +1,13 @@
 # The tool tree the compile driver expects below the host's working directory:
 #   Ruvo/clang_compiler/clang++, Ruvo/clang_format/{clang-format.exe,.clang-format},
 #   Ruvo/RuvoBase/RuvoBase.{h,cpp}, Ruvo/KELN_Ruvo_Include/..., Ruvo/KELN_Ruvo_Lib/lib*.so
-# laid out in the build directory from the system clang++ and clang-format.
+# laid out in the build directory from the system clang++ and clang-format (on Windows the
+# import libraries *.lib, and no compiler).
 
-find_program(RUVO_CLANGXX NAMES clang++ clang++-14 REQUIRED)
-find_program(RUVO_CLANG_FORMAT NAMES clang-format clang-format-14 REQUIRED)
+if(NOT WIN32)
+  find_program(RUVO_CLANGXX NAMES clang++ clang++-14 REQUIRED)
+  find_program(RUVO_CLANG_FORMAT NAMES clang-format clang-format-14 REQUIRED)
+endif()
 
 set(RUVO_TOOL_ROOT ${CMAKE_BINARY_DIR}/Ruvo)
 set(inc ${RUVO_TOOL_ROOT}/KELN_Ruvo_Include)
@@ -17,10 +20,15 @@ set(record_texts ruvo_basic_def.h ruvo_generate_def.h ruvo_variable_def.h ruvo_c
 set(steps
   COMMAND ${CMAKE_COMMAND} -E make_directory ${RUVO_TOOL_ROOT}/clang_compiler
           ${RUVO_TOOL_ROOT}/clang_format ${RUVO_TOOL_ROOT}/RuvoBase ${RUVO_TOOL_ROOT}/KELN_Ruvo_Lib
-          ${inc}/RuvoManager/inc ${inc}/CommonKit ${inc}/HostBridge
-  COMMAND ${CMAKE_COMMAND} -E create_symlink ${RUVO_CLANGXX} ${RUVO_TOOL_ROOT}/clang_compiler/clang++
-  COMMAND ${CMAKE_COMMAND} -E create_symlink ${RUVO_CLANG_FORMAT}
-          ${RUVO_TOOL_ROOT}/clang_format/clang-format.exe
+          ${inc}/RuvoManager/inc ${inc}/CommonKit ${inc}/HostBridge)
+if(NOT WIN32)
+  # A Windows installation brings its own clang++.exe and clang-format.exe.
+  list(APPEND steps
+    COMMAND ${CMAKE_COMMAND} -E create_symlink ${RUVO_CLANGXX} ${RUVO_TOOL_ROOT}/clang_compiler/clang++
+    COMMAND ${CMAKE_COMMAND} -E create_symlink ${RUVO_CLANG_FORMAT}
+            ${RUVO_TOOL_ROOT}/clang_format/clang-format.exe)
+endif()
+list(APPEND steps
   COMMAND ${CMAKE_COMMAND} -E copy_if_different ${CMAKE_SOURCE_DIR}/build/clang-format.style
           ${RUVO_TOOL_ROOT}/clang_format/.clang-format
   COMMAND ${CMAKE_COMMAND} -E copy_if_different ${CMAKE_SOURCE_DIR}/RuvoManager/inc/RuvoBase/RuvoBase.h
@@ -36,9 +44,6 @@ set(steps
           ${inc}/RuvoManager/inc/xcp_defs.h
   COMMAND ${CMAKE_COMMAND} -E copy_if_different ${CMAKE_SOURCE_DIR}/host/inc/commonkit.h
           ${CMAKE_SOURCE_DIR}/host/inc/commonkitstring.h ${inc}/CommonKit
-  # The host libraries an applet links: all of them live in HostBridge here.
-  COMMAND ${CMAKE_COMMAND} -E create_symlink ../../lib/$<TARGET_FILE_NAME:RuvoManager>
-          ${RUVO_TOOL_ROOT}/KELN_Ruvo_Lib/libRuvoManager.so
 )
 foreach(text ${applet_texts})
   list(APPEND steps COMMAND ${CMAKE_COMMAND} -E copy_if_different
@@ -48,10 +53,23 @@ foreach(text ${record_texts})
   list(APPEND steps COMMAND ${CMAKE_COMMAND} -E copy_if_different
        ${CMAKE_SOURCE_DIR}/model/records/${text} ${inc}/RuvoManager/inc/${text})
 endforeach()
-foreach(lib HostBridge VarStore DeviceHub CommonKit)
-  list(APPEND steps COMMAND ${CMAKE_COMMAND} -E create_symlink ../../lib/$<TARGET_FILE_NAME:HostBridge>
-       ${RUVO_TOOL_ROOT}/KELN_Ruvo_Lib/lib${lib}.so)
-endforeach()
+# The host libraries an applet links: all of them live in HostBridge here. Windows links
+# through import libraries (NAME.lib for -lNAME).
+if(WIN32)
+  list(APPEND steps COMMAND ${CMAKE_COMMAND} -E copy_if_different $<TARGET_LINKER_FILE:RuvoManager>
+       ${RUVO_TOOL_ROOT}/KELN_Ruvo_Lib/RuvoManager.lib)
+  foreach(lib HostBridge VarStore DeviceHub CommonKit)
+    list(APPEND steps COMMAND ${CMAKE_COMMAND} -E copy_if_different $<TARGET_LINKER_FILE:HostBridge>
+         ${RUVO_TOOL_ROOT}/KELN_Ruvo_Lib/${lib}.lib)
+  endforeach()
+else()
+  list(APPEND steps COMMAND ${CMAKE_COMMAND} -E create_symlink ../../lib/$<TARGET_FILE_NAME:RuvoManager>
+       ${RUVO_TOOL_ROOT}/KELN_Ruvo_Lib/libRuvoManager.so)
+  foreach(lib HostBridge VarStore DeviceHub CommonKit)
+    list(APPEND steps COMMAND ${CMAKE_COMMAND} -E create_symlink ../../lib/$<TARGET_FILE_NAME:HostBridge>
+         ${RUVO_TOOL_ROOT}/KELN_Ruvo_Lib/lib${lib}.so)
+  endforeach()
+endif()
 
 # The sample catalogue lies below the installation directory itself, beside Ruvo/.
 file(GLOB sample_texts CONFIGURE_DEPENDS ${CMAKE_SOURCE_DIR}/RuvoManager/inc/sample/*)

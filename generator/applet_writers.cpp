@@ -83,6 +83,12 @@ void refuseLinkedDirectory(const std::string& dir) {
     }
 }
 
+// A directory as the file system calls take it: Windows' C runtime cannot stat "dir/".
+std::filesystem::path withoutTrailingSeparator(const std::string& dir) {
+    const std::filesystem::path p(dir);
+    return p.has_filename() ? p : p.parent_path();
+}
+
 // Temporaries of a set whose writing was given up.
 struct StagedSet {
     std::vector<ruvo::StagedFile> files;
@@ -152,7 +158,8 @@ bool MpRuvo::writeGeneratedFiles(Layout layout, const std::string& path) {
             }
         }
         std::error_code ec;
-        if (layout != Layout::Multi && std::filesystem::equivalent(dir, getCodePath(), ec)) {
+        if (layout != Layout::Multi && std::filesystem::equivalent(withoutTrailingSeparator(dir),
+                                                                   withoutTrailingSeparator(getCodePath()), ec)) {
             keep.insert("resource.h");
         }
 

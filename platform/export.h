@@ -23,6 +23,12 @@
 #  define RUVO_PLATFORM_API __attribute__((visibility("default")))
 #endif
 
+// Applets mark their handlers __declspec(dllexport), as a Windows module does. Elsewhere a module
+// is a shared object built with hidden visibility, and the same words make a symbol visible.
+#if !defined(_WIN32) && !defined(__declspec)
+#  define __declspec(x) __attribute__((visibility("default")))
+#endif
+
 // printf-style format checking of our own formatting calls. MinGW builds use its C99 printf
 // (__USE_MINGW_ANSI_STDIO), which knows %zu and %lld; the plain archetype there is msvcrt's.
 #if defined(__MINGW32__)

@@ -9,6 +9,7 @@
 #include <map>
 
 #include "apps/ruvo/log_format.h"
+#include "platform/file_sync.h"
 
 namespace canlog {
 
@@ -340,9 +341,10 @@ std::string lower(std::string text) {
     return text;
 }
 
+// Either separator ends a directory: Windows paths arrive with backslashes.
 std::string suffixOf(const std::string& path) {
     const size_t dot = path.rfind('.');
-    const size_t slash = path.rfind('/');
+    const size_t slash = path.find_last_of("/\\");
     if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return std::string();
     return path.substr(dot);
 }
@@ -559,7 +561,7 @@ void write(const std::string& path, const std::vector<Frame>& frames) {
         if (earliest < 0 || f.time < earliest) earliest = f.time;
     }
     // Same suffix, so that the temporary file is written in the same format.
-    const size_t slash = path.rfind('/');
+    const size_t slash = path.find_last_of("/\\");
     const std::string dir = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
     const std::string temporary = dir + ".part-" + path.substr(dir.size());
     try {
@@ -573,8 +575,8 @@ void write(const std::string& path, const std::vector<Frame>& frames) {
         if (reason.compare(0, prefix.size(), prefix) == 0) reason = reason.substr(prefix.size());
         throw std::runtime_error("cannot write " + path + ": " + reason);
     }
-    if (std::rename(temporary.c_str(), path.c_str()) != 0) {
-        const std::string reason = std::strerror(errno);
+    if (const int error = platform::replaceFile(temporary, path)) {
+        const std::string reason = platform::errorText(error);
         std::remove(temporary.c_str());
         throw std::runtime_error("cannot write " + path + ": " + reason);
     }

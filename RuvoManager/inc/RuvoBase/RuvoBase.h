@@ -10,9 +10,8 @@
 #include <cstdint>
 
 #include "applet_global_def.h"
-
-// Handlers are exported by name; everything else in the module stays hidden.
-#define __declspec(x) __attribute__((visibility("default")))
+// Handlers are exported by name (__declspec(dllexport)); everything else in the module stays hidden.
+#include "ruvo_export.h"
 
 enum RuvoEventKind {
     ruvo_prev_event,
