@@ -18,6 +18,9 @@
 #include "platform/killable_thread.h"
 #include "platform/module.h"
 #include "platform/process.h"
+#include "platform/stop_request.h"
+
+#include <windows.h>
 
 namespace {
 
@@ -150,6 +153,24 @@ TEST(Win32KeyboardHook, AnInjectedStrokeReachesTheSystemHook) {
     EXPECT_GE(g_hookedDowns.load(), 2) << "Ctrl and F5";
     EXPECT_TRUE(platform::removeKeyboardHook(hook));
     EXPECT_FALSE(platform::removeKeyboardHook(hook));
+}
+
+}  // namespace
+
+namespace {
+
+TEST(Win32StopRequests, AConsoleBreakIsNotedNotFatal) {
+    // Run from a pipe, the test has no console of its own to send the event to.
+    if (GetConsoleWindow() == nullptr) AllocConsole();
+    const platform::StopRequests requests;
+    EXPECT_EQ(requests.received(), 0);
+    if (!GenerateConsoleCtrlEvent(CTRL_BREAK_EVENT, 0)) {
+        // wine without a display gives a piped program no console to signal.
+        GTEST_SKIP() << "no console takes control events here (error " << GetLastError() << ")";
+    }
+    for (int i = 0; i < 200 && requests.received() == 0; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    EXPECT_EQ(requests.received(), platform::StopRequests::kTerminate);
+    EXPECT_STREQ(platform::StopRequests::name(requests.received()), "SIGTERM");
 }
 
 }  // namespace
