@@ -60,6 +60,11 @@ struct CompileOutcome {
     unsigned long long ms = 0;
     std::string text;  // diagnostics of the generated single file told as APPLET:FUNCTION:LINE
     std::string raw;   // the compiler's own text
+    std::string module;  // where the module goes
+    // The library tells failure from the compiler's words alone; a compiler that could not be
+    // started at all (a shell's "not recognized") says none of them and writes nothing.
+    bool moduleWritten = false;
+    bool succeeded() const { return result == 0 && moduleWritten; }
 };
 // Saves, generates and compiles; waits for the one callback. The library's own chatter on
 // stdout goes to stderr under RUVO_VERBOSE, else nowhere.

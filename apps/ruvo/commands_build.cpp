@@ -23,11 +23,21 @@ namespace {
 
 bool verbose() { return std::getenv("RUVO_VERBOSE") != nullptr; }
 
+// When the module file was last written; none when there is no file.
+std::optional<std::filesystem::file_time_type> moduleStamp(const std::string& path) {
+    std::error_code ec;
+    const auto t = std::filesystem::last_write_time(path, ec);
+    if (ec) return std::nullopt;
+    return t;
+}
+
 }  // namespace
 
 CompileOutcome compileApplet(const std::string& applet, bool showProgress) {
     MpRuvo* a = RuvoManager::getInstance().getApplet(applet);
     if (a == nullptr) throw std::runtime_error("no applet \"" + applet + "\"");
+    const std::string module = a->getMpDllFullPath();
+    const auto before = moduleStamp(module);
     // The map comes from the model the compile generates from; nothing changes it in between.
     const CompileMessages messages(
         applet, a->getCodePath() + "singleapp.cpp",
@@ -66,18 +76,13 @@ CompileOutcome compileApplet(const std::string& applet, bool showProgress) {
         if (showProgress) std::fprintf(stderr, "\r%60s\r", "");
     }
     outcome.text = messages.map(outcome.raw);
+    outcome.module = module;
+    const auto after = moduleStamp(module);
+    outcome.moduleWritten = after && after != before;
     return outcome;
 }
 
 namespace {
-
-// When the module file was last written; none when there is no file.
-std::optional<std::filesystem::file_time_type> moduleStamp(const std::string& path) {
-    std::error_code ec;
-    const auto t = std::filesystem::last_write_time(path, ec);
-    if (ec) return std::nullopt;
-    return t;
-}
 
 int cmdCompile(const Args& args) {
     Args positional;
@@ -96,23 +101,18 @@ int cmdCompile(const Args& args) {
     const std::string applet = openApplet(positional[0], positional[1]);
     if (!databases.empty()) loadWorkstationDatabases(databases);
     std::fflush(stdout);
-    const std::string module = RuvoManager::getInstance().getApplet(applet)->getMpDllFullPath();
-    const auto before = moduleStamp(module);
     const CompileOutcome o = compileApplet(applet, true);
     if (verbose()) std::fprintf(stderr, "compiler output as given:\n%s", o.raw.c_str());
     std::printf("%s", o.text.c_str());
     std::printf("result: %s (%d), %llu ms\n", o.result == CR_SUCCESS ? "success" : "failure", o.result,
                 o.ms);
     if (o.result != CR_SUCCESS) return 1;
-    // The library tells failure from the compiler's words alone; a compiler that could not be
-    // started at all (a shell's "not recognized") says none of them.
-    const auto after = moduleStamp(module);
-    if (!after || after == before) {
+    if (!o.moduleWritten) {
         std::fprintf(stderr, "no module was written to %s: see the output above (RUVO_VERBOSE shows all)\n",
-                     module.c_str());
+                     o.module.c_str());
         return 1;
     }
-    std::printf("module: %s\n", module.c_str());
+    std::printf("module: %s\n", o.module.c_str());
     return 0;
 }
 

@@ -370,9 +370,10 @@ void diagnoseDemoEcu(const std::string& project) {
     std::printf("6. compiling ...\n");
     std::fflush(stdout);
     const CompileOutcome o = compileApplet(t, false);
-    if (o.result != CR_SUCCESS) {
+    if (!o.succeeded()) {
         std::printf("%s", o.text.c_str());
-        throw std::runtime_error("the demo tester did not compile");
+        throw std::runtime_error("the demo tester did not compile" +
+                                 std::string(o.result == CR_SUCCESS ? ": no module was written (no compiler?)" : ""));
     }
     loadModule(t);
     const std::string ecuFile = project + "/engine_ecu.json";
@@ -447,9 +448,10 @@ int cmdDemo(const Args& args) {
     std::printf("2. compiling ...\n");
     std::fflush(stdout);
     const CompileOutcome o = compileApplet(a, false);
-    if (o.result != CR_SUCCESS) {
+    if (!o.succeeded()) {
         std::printf("%s", o.text.c_str());
-        throw std::runtime_error("the demo applet did not compile");
+        throw std::runtime_error("the demo applet did not compile" +
+                                 std::string(o.result == CR_SUCCESS ? ": no module was written (no compiler?)" : ""));
     }
     std::printf("   module built in %llu ms\n", o.ms);
     loadModule(a);
