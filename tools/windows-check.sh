@@ -65,9 +65,9 @@ cmake -S . -B "$root/build" -DCMAKE_TOOLCHAIN_FILE="$toolchain" -DRUVO_WINDOWS_D
 cmake --build "$root/build" -j"$(nproc)"
 
 export WINEPREFIX="$root/wineprefix" WINEDEBUG=-all
-# The DLLs of the build and of mingw's runtime are found through PATH.
+# The DLLs of the build, of the dependencies (zlib) and of mingw's runtime are found through PATH.
 runtime=$(dirname "$(x86_64-w64-mingw32-g++-posix -print-libgcc-file-name)")
-export WINEPATH="$root/build/bin;$root/build/lib;$runtime;/usr/x86_64-w64-mingw32/lib"
+export WINEPATH="$root/build/bin;$root/build/lib;$deps/bin;$runtime;/usr/x86_64-w64-mingw32/lib"
 # Wine's own background programs start with the prefix's first program and inherit its output:
 # started here, they do not hold a test's output open and ctest waiting for it.
 /usr/lib/wine/wine64 wineboot -i >/dev/null 2>&1 </dev/null || true
