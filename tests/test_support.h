@@ -14,10 +14,13 @@
 
 namespace testing_support {
 
+// A Windows host, told by the standard library rather than the preprocessor.
+inline constexpr bool kWindowsHost = std::filesystem::path::preferred_separator == '\\';
+
 class TempDir {
 public:
     // A fresh directory of a random name; creating it fails when the name is taken, so it is
-    // ours alone. Separators are '/' on every host, as the tests join names with it.
+    // ours alone. The path is the system's own spelling, as the current directory reads back.
     TempDir() {
         const std::filesystem::path base = std::filesystem::temp_directory_path();
         std::random_device seed;
@@ -29,7 +32,7 @@ public:
             std::error_code ec;
             if (std::filesystem::create_directory(base / name, ec) && !ec) {
                 std::filesystem::permissions(base / name, std::filesystem::perms::owner_all, ec);
-                path_ = (base / name).generic_string();
+                path_ = (base / name).string();
             }
         }
     }
@@ -54,6 +57,20 @@ inline std::string slurp(const std::string& path) {
     return out.str();
 }
 
+// The whole file with the host's line ends read as '\n': files written in text mode end their
+// lines with "\r\n" on Windows.
+inline std::string slurpText(const std::string& path) {
+    std::string text = slurp(path);
+    if (!kWindowsHost) return text;
+    std::string out;
+    out.reserve(text.size());
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n') continue;
+        out += text[i];
+    }
+    return out;
+}
+
 // The names in a directory, sorted.
 inline std::vector<std::string> namesIn(const std::string& dir) {
     std::vector<std::string> out;
@@ -61,9 +78,6 @@ inline std::vector<std::string> namesIn(const std::string& dir) {
     std::sort(out.begin(), out.end());
     return out;
 }
-
-// A Windows host, told by the standard library rather than the preprocessor.
-inline constexpr bool kWindowsHost = std::filesystem::path::preferred_separator == '\\';
 
 // Whether the tool tree under `toolTree` lacks a clang++ this host can run. The Windows build
 // lays out the POSIX tree (its clang++ is a Linux program), so tests compiling applets skip there.

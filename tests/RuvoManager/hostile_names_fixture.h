@@ -43,8 +43,9 @@ protected:
     std::vector<std::string> strayEntries() {
         std::vector<std::string> stray;
         for (const auto& e : std::filesystem::recursive_directory_iterator(dir.path())) {
-            const std::string p = e.path().string();
-            if (p.rfind(project, 0) != 0) stray.push_back(p);
+            // Compared in the system's own spelling: names may be joined with '/' on Windows.
+            const std::string p = e.path().lexically_normal().string();
+            if (p.rfind(std::filesystem::path(project).lexically_normal().string(), 0) != 0) stray.push_back(p);
         }
         return stray;
     }

@@ -24,10 +24,10 @@ void put(const fs::path& p, const std::string& text) {
 std::map<std::string, std::string> snapshot(const fs::path& dir) {
     std::map<std::string, std::string> all;
     for (auto it = fs::recursive_directory_iterator(dir); it != fs::recursive_directory_iterator(); ++it) {
-        const std::string rel = fs::relative(it->path(), dir).string();
+        const std::string rel = fs::relative(it->path(), dir).generic_string();
         if (it->is_symlink()) all[rel] = "->" + fs::read_symlink(it->path()).string();
         else if (it->is_directory()) all[rel] = "/";
-        else all[rel] = slurp(it->path().string());
+        else all[rel] = testing_support::slurpText(it->path().string());
     }
     return all;
 }

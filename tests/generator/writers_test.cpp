@@ -39,7 +39,7 @@ std::vector<std::string> filesIn(const std::string& dir) {
 std::map<std::string, std::string> snapshot(const std::string& dir) {
     std::map<std::string, std::string> out;
     for (auto it = fs::recursive_directory_iterator(dir); it != fs::recursive_directory_iterator(); ++it) {
-        const std::string rel = fs::relative(it->path(), dir).string();
+        const std::string rel = fs::relative(it->path(), dir).generic_string();
         if (it->is_symlink()) {
             out[rel] = "-> " + fs::read_symlink(it->path()).string();
         } else if (it->is_regular_file()) {
@@ -132,10 +132,10 @@ TEST(Writers, SingleFileLineEndsAreNormalised) {
     main.setBodyCode("a();\r\nb();\rc();");
     a->addMpFunction(main);
     ASSERT_TRUE(a->generateSingleAndMultiCodeFiles(""));
-    const std::string single = slurp(dir.file("singleapp.cpp"));
+    const std::string single = testing_support::slurpText(dir.file("singleapp.cpp"));
     EXPECT_EQ(single.find("\r\n"), std::string::npos);
     EXPECT_NE(single.find("a();\nb();\rc();"), std::string::npos);
-    EXPECT_NE(slurp(dir.file("main.cpp")).find("a();\r\nb();"), std::string::npos);
+    EXPECT_NE(testing_support::slurpText(dir.file("main.cpp")).find("a();\r\nb();"), std::string::npos);
 }
 
 TEST(Writers, UnwritableDirectoryIsReportedAsFailure) {
@@ -205,7 +205,7 @@ TEST(Golden, RealisticAppletSingleFile) {
     auto a = appletIn(dir);
     testing_support::buildRealisticApplet(*a);
     ASSERT_TRUE(a->generateSingleCodeFile(""));
-    const std::string actual = slurp(dir.file("singleapp.cpp"));
+    const std::string actual = testing_support::slurpText(dir.file("singleapp.cpp"));
     const std::string goldenPath = std::string(RUVO_TEST_DATA_DIR) + "/golden/singleapp_realistic.cpp";
     if (std::getenv("RUVO_UPDATE_GOLDEN") != nullptr) {
         std::ofstream(goldenPath, std::ios::binary) << actual;
