@@ -6,9 +6,9 @@
 #include <filesystem>
 #include <fstream>
 
+#include "catalogues/catalogue_fixture.h"
 #include "catalogues/sample_catalogue.h"
 #include "host/log_interface.h"
-#include "catalogues/catalogue_fixture.h"
 #include "test_support.h"
 
 namespace fs = std::filesystem;
