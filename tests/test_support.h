@@ -1,25 +1,40 @@
 #pragma once
-// Shared helpers: scratch directories that clean up after themselves, child processes, file
-// modes and listings.
+// Shared helpers: scratch directories that clean up after themselves, listings, the tool tree.
+// The POSIX-only ones (child processes, file modes) are in posix_test_support.h.
 
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <sstream>
 #include <string>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <system_error>
 
 #include <algorithm>
 #include <vector>
 
 namespace testing_support {
 
+// A Windows host, told by the standard library rather than the preprocessor.
+inline constexpr bool kWindowsHost = std::filesystem::path::preferred_separator == '\\';
+
 class TempDir {
 public:
+    // A fresh directory of a random name; creating it fails when the name is taken, so it is
+    // ours alone. The path is the system's own spelling, as the current directory reads back.
     TempDir() {
-        std::string tmpl = (std::filesystem::temp_directory_path() / "ruvo_test_XXXXXX").string();
-        path_ = ::mkdtemp(&tmpl[0]) ? tmpl : std::string();
+        const std::filesystem::path base = std::filesystem::temp_directory_path();
+        std::random_device seed;
+        std::mt19937_64 random(seed());
+        static const char kLetters[] = "abcdefghijklmnopqrstuvwxyz0123456789";
+        for (int attempt = 0; attempt < 100 && path_.empty(); ++attempt) {
+            std::string name = "ruvo_test_";
+            for (int i = 0; i < 12; ++i) name += kLetters[random() % (sizeof kLetters - 1)];
+            std::error_code ec;
+            if (std::filesystem::create_directory(base / name, ec) && !ec) {
+                std::filesystem::permissions(base / name, std::filesystem::perms::owner_all, ec);
+                path_ = (base / name).string();
+            }
+        }
     }
     ~TempDir() {
         std::error_code ec;
@@ -42,21 +57,18 @@ inline std::string slurp(const std::string& path) {
     return out.str();
 }
 
-// Runs `body` in a child process and gives its exit code (-1 when it did not exit).
-template <typename Body>
-int inChild(Body body) {
-    const pid_t child = ::fork();
-    if (child == 0) ::_exit(body());
-    int status = 0;
-    ::waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-// Permission and set-id bits of the entry itself (a link is not followed); 0 if absent.
-inline unsigned modeOf(const std::string& path) {
-    struct stat st {};
-    if (::lstat(path.c_str(), &st) != 0) return 0;
-    return st.st_mode & 07777;
+// The whole file with the host's line ends read as '\n': files written in text mode end their
+// lines with "\r\n" on Windows.
+inline std::string slurpText(const std::string& path) {
+    std::string text = slurp(path);
+    if (!kWindowsHost) return text;
+    std::string out;
+    out.reserve(text.size());
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n') continue;
+        out += text[i];
+    }
+    return out;
 }
 
 // The names in a directory, sorted.
@@ -66,6 +78,18 @@ inline std::vector<std::string> namesIn(const std::string& dir) {
     std::sort(out.begin(), out.end());
     return out;
 }
+
+// Whether the tool tree under `toolTree` lacks a clang++ this host can run. The Windows build
+// lays out the POSIX tree (its clang++ is a Linux program), so tests compiling applets skip there.
+inline bool compilerMissing(const std::string& toolTree) {
+    const std::filesystem::path compiler =
+        std::filesystem::path(toolTree) / "Ruvo" / "clang_compiler" / (kWindowsHost ? "clang++.exe" : "clang++");
+    std::error_code ec;
+    return !std::filesystem::exists(compiler, ec);
+}
+
+// The reason tests that compile applets give when they skip.
+inline constexpr const char* kNeedsCompiler = "needs clang++ in the tool tree; the Windows build has none";
 
 // An installation of its own under `dir`: the tool tree's programs and libraries linked from
 // `toolTree`, its include texts copied, so a test may rewrite them (the generated "database.h").

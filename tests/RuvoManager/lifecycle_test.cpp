@@ -91,8 +91,9 @@ TEST_F(Lifecycle, LoadRegistersUnderTheFileNameWithDerivedDirectories) {
     EXPECT_EQ(ruvo_sdk::isRuvoExist("dirname"), -1);
     MpRuvo* loaded = RuvoManager::getInstance().getApplet("filename");
     ASSERT_NE(loaded, nullptr);
-    EXPECT_EQ(loaded->getCodePath(), dir.path() + "/filename_code/");
-    EXPECT_EQ(loaded->getExportPath(), dir.path() + "/filename_mp/");
+    // As paths: Windows reads '/' and '\\' alike.
+    EXPECT_EQ(std::filesystem::path(loaded->getCodePath()), std::filesystem::path(dir.path() + "/filename_code/"));
+    EXPECT_EQ(std::filesystem::path(loaded->getExportPath()), std::filesystem::path(dir.path() + "/filename_mp/"));
     EXPECT_TRUE(std::filesystem::is_directory(dir.file("filename_mp")));
     EXPECT_EQ(ruvo_sdk::getRuvoPorjectPath(), elsewhere.path());  // project path untouched
     EXPECT_EQ(loaded->getRecvCANId().at("req"), 0x10u);

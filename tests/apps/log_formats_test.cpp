@@ -246,7 +246,7 @@ TEST(LogFormats, WriterStreamsAndRefusesFramesBeforeTheStart) {
 TEST(LogFormats, AFailedWriteLeavesTheOldFile) {
     TempDir dir;
     const std::string path = dir.file("keep.log");
-    std::ofstream(path) << "(1.000000) can0 001#01\n";
+    std::ofstream(path, std::ios::binary) << "(1.000000) can0 001#01\n";
     auto bad = frame(1, "can0", 2, {});
     bad.time = 1.0;
     std::vector<canlog::Frame> frames = {frame(2, "can0", 1, {}), frame(1, "can0", 1, {})};

@@ -20,6 +20,7 @@ fs::file_time_type stamp(const std::string& p) { return fs::last_write_time(p); 
 
 TEST(Prebuilt, MadeOnceRemadeForChangedHeadersAndCopiedTrees) {
     testing_support::TempDir host;
+    if (testing_support::compilerMissing(RUVO_TOOL_TREE_DIR)) GTEST_SKIP() << testing_support::kNeedsCompiler;
     testing_support::makeInstallation(host.path(), RUVO_TOOL_TREE_DIR);
     const ruvo::PrebuiltPieces first = ruvo::preparePrebuilt(host.path());
     ASSERT_FALSE(first.prefixPch.empty());
@@ -56,6 +57,7 @@ TEST(Prebuilt, MadeOnceRemadeForChangedHeadersAndCopiedTrees) {
 
 TEST(Prebuilt, RefusedPrefixFallsBackToThePlainCompile) {
     testing_support::TempDir host, project;
+    if (testing_support::compilerMissing(RUVO_TOOL_TREE_DIR)) GTEST_SKIP() << testing_support::kNeedsCompiler;
     testing_support::makeInstallation(host.path(), RUVO_TOOL_TREE_DIR);
     const ruvo::PrebuiltPieces pieces = ruvo::preparePrebuilt(host.path());
     ASSERT_FALSE(pieces.prefixPch.empty());

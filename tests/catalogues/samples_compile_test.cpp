@@ -18,11 +18,13 @@ namespace {
 class ShippedSamples : public ::testing::Test {
 protected:
     void SetUp() override {
+        if (testing_support::compilerMissing(RUVO_TOOL_TREE_DIR)) GTEST_SKIP() << testing_support::kNeedsCompiler;
         previous = fs::current_path();
         fs::current_path(RUVO_TOOL_TREE_DIR);
         ruvo_sdk::initRuvo(project.path().c_str());
     }
     void TearDown() override {
+        if (previous.empty()) return;  // skipped
         for (const auto& n : RuvoManager::getInstance().getAppletNameList()) ruvo_sdk::destroyRuvo(n.c_str());
         fs::current_path(previous);
     }

@@ -30,8 +30,8 @@ public:
         g_install = new testing_support::TempDir;
         const std::string dir = g_install->path() + "/RuvoManager/inc/sample/";
         fs::create_directories(dir);
-        std::ofstream(dir + "sample.json") << kIndex;
-        for (const char* f : {"z1", "z2", "z3", "a1"}) std::ofstream(dir + f + ".cpp") << "// " << f << "\n";
+        std::ofstream(dir + "sample.json", std::ios::binary) << kIndex;
+        for (const char* f : {"z1", "z2", "z3", "a1"}) std::ofstream(dir + f + ".cpp", std::ios::binary) << "// " << f << "\n";
         ruvo_sdk::initRuvo(g_install->path().c_str());
         int first = 0;  // the first use, before any test moves the project path
         ruvo_sdk::getSamplesClassCount(&first);

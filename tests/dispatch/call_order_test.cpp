@@ -5,7 +5,6 @@
 // address order, each key of its table whose prefixed name occurs in the handler's name, the
 // frame's id or the any-id value.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -16,6 +15,7 @@
 
 #include "RuvoManager/ruvo_sdk.h"
 #include "host/HostBridge.h"
+#include "test_support.h"
 
 namespace {
 
@@ -63,9 +63,8 @@ int matches(const std::map<std::string, u64>& ids, const std::string& prefix, co
 class CallOrder : public ::testing::Test {
 protected:
     void SetUp() override {
-        char tmpl[] = "/tmp/ruvo_call_order_XXXXXX";
-        ASSERT_NE(::mkdtemp(tmpl), nullptr);
-        dir = tmpl;
+        ASSERT_FALSE(scratch.path().empty());
+        dir = scratch.path();
         ruvo_sdk::initRuvo(dir.c_str());
         for (const char* name : {"A", "B", "C"}) {
             ASSERT_EQ(ruvo_sdk::createRuvo(name, AT_TOOL), 0);
@@ -93,7 +92,6 @@ protected:
             ruvo_sdk::unloadRuvoMp(name);
             ruvo_sdk::destroyRuvo(name);
         }
-        std::filesystem::remove_all(dir);
     }
     static void load(const char* name) {
         ASSERT_EQ(ruvo_sdk::loadRuvoMp(name), 0) << RuvoManager::getInstance().getApplet(name)->moduleError();
@@ -170,6 +168,7 @@ protected:
         return n;
     }
 
+    testing_support::TempDir scratch;
     std::string dir;
     std::vector<std::string> received;
     std::vector<std::string> preSent;

@@ -9,8 +9,13 @@
 
 #include "RuvoManager/ruvo_sdk.h"
 #include "host/HostBridge.h"
+#include "test_support.h"
 
 namespace {
+
+// The process's mappings list the module's file on POSIX hosts only (wine's /proc shows its
+// own view): on Windows the pinning is checked by calling into the module alone.
+bool mappingsKnown() { return !testing_support::kWindowsHost && std::ifstream("/proc/self/maps").good(); }
 
 bool moduleMapped() {
     std::ifstream maps("/proc/self/maps");
@@ -101,7 +106,9 @@ TEST_F(Concurrency, ModuleUnloadedWhileItsHandlerRunsStaysMappedUntilTheBatchEnd
 
     EXPECT_EQ(ruvo_sdk::unloadRuvoMp("dispatchfix"), 0);
     EXPECT_FALSE(RuvoManager::getInstance().getApplet("dispatchfix")->isLoaded());
-    EXPECT_TRUE(moduleMapped()) << "the running handler's module is still in use";
+    if (mappingsKnown()) {
+        EXPECT_TRUE(moduleMapped()) << "the running handler's module is still in use";
+    }
     hold(0);  // the module is pinned, so its code may still be called
     bus.join();
     EXPECT_FALSE(moduleMapped()) << "the last batch let go of it";

@@ -3,8 +3,6 @@
 // through loadRuvo. A fault in the file may only give -1 (or the documented exceptions of the
 // model); the living applet must come out of a refused import exactly as it went in.
 
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -16,24 +14,21 @@
 #include "RuvoManager/ruvo_sdk.h"
 #include "host/HostBridge.h"
 #include "model/json_util.h"
+#include "test_support.h"
 
 namespace {
 
 struct Scratch {
+    testing_support::TempDir scratch;
     std::string dir;
     std::string file;
     Scratch() {
-        char tmpl[] = "/tmp/ruvo_load_fuzz_XXXXXX";
-        if (::mkdtemp(tmpl) == nullptr) std::abort();
-        dir = tmpl;
+        if (scratch.path().empty()) std::abort();
+        dir = scratch.path();
         std::filesystem::create_directories(dir + "/project/fuzz_code");
         file = dir + "/project/fuzz_code/appletCfg.ruvo";
         log_interface::setEcho(false);
         ruvo_sdk::initRuvo((dir + "/project").c_str());
-    }
-    ~Scratch() {
-        std::error_code ec;
-        std::filesystem::remove_all(dir, ec);
     }
 };
 

@@ -32,8 +32,8 @@ protected:
         info.markers = {{"body", "bd"}, {"power", "pw"}};
     }
     std::string dir() const { return root.path() + "/RuvoManager/inc"; }
-    void write(const std::string& name, const std::string& text) { std::ofstream(dir() + "/" + name) << text; }
-    std::string header() const { return slurp(dir() + "/database.h"); }
+    void write(const std::string& name, const std::string& text) { std::ofstream(dir() + "/" + name, std::ios::binary) << text; }
+    std::string header() const { return testing_support::slurpText(dir() + "/database.h"); }
     void update(int op, int channel, const std::string& name, const std::string& marker = "") {
         db::update(root.path(), info, op, channel, name, marker);
     }

@@ -1,11 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cjson/cJSON.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <csignal>
 
 #include <filesystem>
 #include <fstream>

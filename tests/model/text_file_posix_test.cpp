@@ -1,4 +1,5 @@
-// The crash-safe writer: permissions, links, failures that keep the old file, leftovers.
+// The crash-safe writer: permissions, links, failures that keep the old file, leftovers. POSIX
+// only: file modes, links and read-only directories checked in a child process.
 #include <gtest/gtest.h>
 
 #include <sys/resource.h>
@@ -13,6 +14,7 @@
 
 #include "model/applet_fixture.h"
 #include "model/text_file.h"
+#include "posix_test_support.h"
 #include "test_support.h"
 
 using testing_support::TempDir;

@@ -1,0 +1,63 @@
+// Packaging next to links that lead out of the target: POSIX only.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+
+#include "convert_support.h"
+#include "converter/package.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing_support::slurp;
+using testing_support::TempDir;
+
+void put(const fs::path& p, const std::string& text) {
+    fs::create_directories(p.parent_path());
+    std::ofstream(p, std::ios::binary) << text;
+}
+
+// Every entry below `dir` with its content ("->target" for a link, "/" for a directory).
+std::map<std::string, std::string> snapshot(const fs::path& dir) {
+    std::map<std::string, std::string> all;
+    for (auto it = fs::recursive_directory_iterator(dir); it != fs::recursive_directory_iterator(); ++it) {
+        const std::string rel = fs::relative(it->path(), dir).string();
+        if (it->is_symlink()) all[rel] = "->" + fs::read_symlink(it->path()).string();
+        else if (it->is_directory()) all[rel] = "/";
+        else all[rel] = slurp(it->path().string());
+    }
+    return all;
+}
+
+conv::PackageRequest requestFor(const TempDir& dir) {
+    conv::PackageRequest r;
+    r.appletName = "App";
+    r.mainPort = "mainRun";
+    r.codePath = dir.file("App_code");
+    r.templateDir = dir.file("no_templates");
+    return r;
+}
+
+TEST(Package, LinksAreNeverFollowedOutOfTheTarget) {
+    TempDir dir;
+    put(dir.file("App_code/main.cpp"), "go();\n");
+    put(dir.file("elsewhere/victim.cpp"), "keep");
+    fs::create_directories(dir.file("out"));
+    fs::create_symlink(dir.file("elsewhere/victim.cpp"), dir.file("out/link.cpp"));
+    conv::PackageResult result;
+    ASSERT_EQ(conv::writeVciPackage(requestFor(dir), dir.file("out"), result), 0) << result.error;
+    EXPECT_EQ(slurp(dir.file("elsewhere/victim.cpp")), "keep");
+    EXPECT_TRUE(fs::is_symlink(dir.file("out/link.cpp")));
+
+    // The applet's directory in the target as a link: refused, nothing written through it.
+    fs::remove_all(dir.file("out/App"));
+    fs::create_symlink(dir.file("elsewhere"), dir.file("out/App"));
+    EXPECT_EQ(conv::writeVciPackage(requestFor(dir), dir.file("out"), result), -1);
+    EXPECT_NE(result.error.find("is not a directory"), std::string::npos) << result.error;
+    EXPECT_EQ(snapshot(dir.file("elsewhere")), (std::map<std::string, std::string>{{"victim.cpp", "keep"}}));
+}
+
+}  // namespace
