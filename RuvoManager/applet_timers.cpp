@@ -47,15 +47,17 @@ void RuvoManager::adoptTimers(const std::string& name) {
 }
 
 void RuvoManager::dropTimers(const std::string& name) {
-    std::shared_ptr<void> pin;  // let go outside the lock: it may unmap the module
+    AppletTimers set;  // let go outside the lock: it may unmap the module
     {
         std::lock_guard<std::mutex> lock(timerMutex);
         const auto it = timerSets.find(name);
         if (it == timerSets.end()) return;
         for (RuvoTimer* timer : it->second.timers) timer->stop();
-        pin = std::move(it->second.pin);
+        set = std::move(it->second);
         timerSets.erase(it);
     }
+    // Their tasks end before the module can go (a callback in progress finishes first).
+    for (RuvoTimer* timer : set.timers) timer->waitStopped();
 }
 
 void RuvoManager::stopTimersOf(const std::string& name) {

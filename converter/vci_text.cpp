@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <stdexcept>
 
 #include "platform/codepage.h"
@@ -12,12 +11,9 @@ namespace conv {
 std::string tovcipath(const std::string& appletName, const std::string& path) {
     std::string file;
     try {
-        // Both separators count: the path may come from either kind of system.
-        std::string p = path;
-        for (char& c : p) {
-            if (c == '\\') c = '/';
-        }
-        file = std::filesystem::path(p).filename().string();
+        // Both separators count: the path may come from either kind of system. Split as bytes:
+        // a path type would re-encode a GBK name on Windows.
+        file = path.substr(path.find_last_of("/\\") + 1);
     } catch (const std::exception& e) {
         std::printf("tovcipath filesystem err: %s\n", e.what());
     }

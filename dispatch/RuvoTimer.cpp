@@ -6,6 +6,11 @@
 #include "model/module_timers.h"
 #include "platform/timer_slack.h"
 
+namespace {
+// The timer whose task runs on this thread, if any.
+thread_local const RuvoTimer* t_ownTask = nullptr;
+}  // namespace
+
 RuvoTimer::RuvoTimer(unsigned long long intervalMs, std::function<void()> cb)
     : interval(intervalMs), callback(std::move(cb)) {
     ruvo::noteTimerBuilt(this);
@@ -46,7 +51,12 @@ void RuvoTimer::stop() {
     condition.notify_all();
 }
 
+void RuvoTimer::waitStopped() {
+    if (t_ownTask != this && worker.valid()) worker.wait();
+}
+
 void RuvoTimer::work(bool once) {
+    t_ownTask = this;
     using Clock = std::chrono::steady_clock;
     // A sleeping thread wakes up tens of microseconds late, more on a busy machine: the last
     // stretch before the due time is spent yielding instead, so callbacks start on time.

@@ -25,6 +25,10 @@ public:
     // Wakes a waiting worker at once; does not wait for a callback in progress.
     void stop();
     bool isRunning() const { return running.load(); }
+    // After stop(): waits until the task has ended (not when called from the task itself). Done
+    // before the module that holds the timer goes: a task still starting or ending while the
+    // system unmaps the module could wait for the unmapping forever (Windows' loader lock).
+    void waitStopped();
 
 private:
     void work(bool once);

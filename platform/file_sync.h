@@ -10,7 +10,8 @@ namespace platform {
 // Creates `path` for writing; fails with EEXIST when anything is there, a link included. The
 // descriptor is not inherited by child processes. The mode is the default one for new files.
 int createExclusive(const std::string& path, int& fd);
-// Writes every byte, retrying short writes.
+// Writes every byte, retrying short writes. The data is text: on Windows its line ends are
+// written as "\r\n".
 int writeAll(int fd, const char* data, std::size_t size);
 // Gives the open file the permission bits of the regular file `like`. Nothing happens when
 // `like` is missing or is no regular file: a link is not followed.

@@ -57,7 +57,7 @@ inline std::string slurp(const std::string& path) {
     return out.str();
 }
 
-// The whole file with the host's line ends read as '\n': files written in text mode end their
+// The whole file with the host's line ends read as '\n': text files end their
 // lines with "\r\n" on Windows.
 inline std::string slurpText(const std::string& path) {
     std::string text = slurp(path);

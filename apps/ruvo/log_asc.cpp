@@ -168,9 +168,8 @@ int64_t parseDate(const Tokens& t, size_t from) {
     tm.tm_min = hms[1];
     tm.tm_sec = hms[2];
     tm.tm_isdst = -1;
-    errno = 0;
-    const std::time_t seconds = std::mktime(&tm);
-    if (seconds == static_cast<std::time_t>(-1) && errno != 0) throw BadRecord("bad date");
+    std::time_t seconds = 0;
+    if (!platform::timeOfLocal(tm, seconds)) throw BadRecord("bad date");
     if (seconds < 0 || static_cast<double>(seconds) > kMaxTime) throw BadRecord("date out of range");
     return static_cast<int64_t>(seconds) * 1000 + ms;
 }

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string>
 #include <fcntl.h>
 #include <io.h>
 #include <share.h>
@@ -12,14 +13,24 @@
 namespace platform {
 
 int createExclusive(const std::string& path, int& fd) {
-    // Text mode, as the files were always written: line ends follow the platform.
-    const int rc = ::_sopen_s(&fd, path.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL | _O_TEXT | _O_NOINHERIT,
+    // Binary: writeAll gives the line ends the platform's form itself.
+    const int rc = ::_sopen_s(&fd, path.c_str(), _O_WRONLY | _O_CREAT | _O_EXCL | _O_BINARY | _O_NOINHERIT,
                               _SH_DENYWR, _S_IREAD | _S_IWRITE);
     if (rc != 0) fd = -1;
     return rc;
 }
 
-int writeAll(int fd, const char* data, std::size_t size) {
+int writeAll(int fd, const char* text, std::size_t length) {
+    // Line ends as Windows writes text: a lone "\n" becomes "\r\n". One that is already "\r\n"
+    // (a text read back whole and written again) stays as it is, so rewrites never pile up "\r".
+    std::string converted;
+    converted.reserve(length + length / 32);
+    for (std::size_t i = 0; i < length; ++i) {
+        if (text[i] == '\n' && (i == 0 || text[i - 1] != '\r')) converted += '\r';
+        converted += text[i];
+    }
+    const char* data = converted.data();
+    std::size_t size = converted.size();
     while (size > 0) {
         const unsigned chunk = size > 0x40000000u ? 0x40000000u : static_cast<unsigned>(size);
         const int n = ::_write(fd, data, chunk);

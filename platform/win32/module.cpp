@@ -6,7 +6,7 @@ namespace platform {
 
 void* loadModule(const std::string& path, std::string& error) {
     HMODULE handle = LoadLibraryA(path.c_str());
-    if (handle == nullptr) error = "LoadLibraryA failed: " + std::to_string(GetLastError());
+    if (handle == nullptr) error = path + ": LoadLibraryA failed: " + std::to_string(GetLastError());
     return handle;
 }
 

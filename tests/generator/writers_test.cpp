@@ -109,7 +109,7 @@ TEST(Writers, EachLayoutWritesItsFiles) {
     ASSERT_TRUE(a->generateSingleAndMultiCodeFiles(""));
     EXPECT_TRUE(fs::exists(dir.file("singleapp.cpp")));
     EXPECT_TRUE(fs::exists(dir.file("main.cpp")));
-    EXPECT_EQ(slurp(dir.file("resource.h")), a->getResourceCode());
+    EXPECT_EQ(testing_support::slurpText(dir.file("resource.h")), a->getResourceCode());
 
     ASSERT_TRUE(a->generateCombineCodeFile(""));
     EXPECT_TRUE(fs::exists(dir.file("singleapp.cpp")));
