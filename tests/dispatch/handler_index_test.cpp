@@ -167,6 +167,8 @@ TEST(HandlerCache, BatchesDuringModelChangesNeitherLeakNorFreeEarly) {
             }
         };
         std::thread one(bus), two(bus);
+        // The changes start once batches run (threads start slowly on some systems).
+        while (batches.load() < 2) std::this_thread::yield();
         for (int i = 1; i < 120; ++i) {
             source.bind("k" + std::to_string(i % 9), 0x100 + i);
             if (i % 3 == 0) cache.drop();
