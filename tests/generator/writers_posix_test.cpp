@@ -20,6 +20,7 @@
 #include "model/MpRuvo.h"
 #include "posix_test_support.h"
 #include "test_support.h"
+#include "writers_fixture.h"
 
 using testing_support::TempDir;
 using testing_support::inChild;
@@ -28,55 +29,7 @@ using testing_support::namesIn;
 using testing_support::slurp;
 namespace fs = std::filesystem;
 
-namespace {
-
-std::unique_ptr<MpRuvo> appletIn(const TempDir& dir) {
-    auto a = std::make_unique<MpRuvo>();
-    a->setType(AT_TOOL);
-    a->setMpName("realistic");
-    a->setCodePath(dir.path() + "/");
-    return a;
-}
-
-std::vector<std::string> filesIn(const std::string& dir) {
-    std::vector<std::string> out;
-    for (const auto& e : fs::directory_iterator(dir)) out.push_back(e.path().filename().string());
-    std::sort(out.begin(), out.end());
-    return out;
-}
-
-// Every entry below `dir` with its text; links as "-> target", never followed.
-std::map<std::string, std::string> snapshot(const std::string& dir) {
-    std::map<std::string, std::string> out;
-    for (auto it = fs::recursive_directory_iterator(dir); it != fs::recursive_directory_iterator(); ++it) {
-        const std::string rel = fs::relative(it->path(), dir).string();
-        if (it->is_symlink()) {
-            out[rel] = "-> " + fs::read_symlink(it->path()).string();
-        } else if (it->is_regular_file()) {
-            out[rel] = slurp(it->path().string());
-        } else {
-            out[rel] = "<dir>";
-        }
-    }
-    return out;
-}
-
-RuvoFunction selfDefined(MpRuvo& a, const std::string& name, const std::string& body) {
-    RuvoFunction f = a.createFunc(name, RFT_SELF_DEFINE, {name, "s32 x"});
-    f.setBodyCode(body);
-    return f;
-}
-
-// The error lines logged since the last call.
-std::string errorLines() {
-    std::string lines;
-    for (const auto& r : log_interface::takeRecords()) {
-        if (r.level == log_interface::Level::Error) lines += r.text + "\n";
-    }
-    return lines;
-}
-
-}  // namespace
+using namespace writers_fixture;
 
 TEST(WriteContainment, LinksInTheCodeDirectoryAreReplacedOrRemovedNeverFollowed) {
     TempDir dir, outside;
