@@ -5,7 +5,9 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <map>
 #include <string>
 
 #include "host/vars/system_variate.h"
@@ -42,6 +44,25 @@ inline void expectGolden(const std::string& actual, const std::string& goldenPat
     EXPECT_EQ(actual, expected) << "the converted text differs from " << goldenPath
                                 << "; if the change is intended, regenerate with RUVO_UPDATE_GOLDEN=1 "
                                    "out/bin/converter_tests";
+}
+
+// A file for the packaging tests, its directories made.
+inline void put(const std::filesystem::path& p, const std::string& text) {
+    std::filesystem::create_directories(p.parent_path());
+    std::ofstream(p, std::ios::binary) << text;
+}
+
+// Every entry below `dir` with its content ("->target" for a link, "/" for a directory).
+inline std::map<std::string, std::string> snapshot(const std::filesystem::path& dir) {
+    std::map<std::string, std::string> all;
+    namespace fs = std::filesystem;
+    for (auto it = fs::recursive_directory_iterator(dir); it != fs::recursive_directory_iterator(); ++it) {
+        const std::string rel = fs::relative(it->path(), dir).generic_string();
+        if (it->is_symlink()) all[rel] = "->" + fs::read_symlink(it->path()).string();
+        else if (it->is_directory()) all[rel] = "/";
+        else all[rel] = testing_support::slurpText(it->path().string());
+    }
+    return all;
 }
 
 }  // namespace convert_test

@@ -14,23 +14,8 @@ namespace {
 namespace fs = std::filesystem;
 using testing_support::slurp;
 using testing_support::TempDir;
-
-void put(const fs::path& p, const std::string& text) {
-    fs::create_directories(p.parent_path());
-    std::ofstream(p, std::ios::binary) << text;
-}
-
-// Every entry below `dir` with its content ("->target" for a link, "/" for a directory).
-std::map<std::string, std::string> snapshot(const fs::path& dir) {
-    std::map<std::string, std::string> all;
-    for (auto it = fs::recursive_directory_iterator(dir); it != fs::recursive_directory_iterator(); ++it) {
-        const std::string rel = fs::relative(it->path(), dir).generic_string();
-        if (it->is_symlink()) all[rel] = "->" + fs::read_symlink(it->path()).string();
-        else if (it->is_directory()) all[rel] = "/";
-        else all[rel] = testing_support::slurpText(it->path().string());
-    }
-    return all;
-}
+using convert_test::put;
+using convert_test::snapshot;
 
 conv::PackageRequest requestFor(const TempDir& dir) {
     conv::PackageRequest r;
