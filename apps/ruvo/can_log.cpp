@@ -341,10 +341,12 @@ std::string lower(std::string text) {
     return text;
 }
 
-// Either separator ends a directory: Windows paths arrive with backslashes.
+// Where the directory part of `path` ends: Windows paths arrive with backslashes.
+size_t lastSeparator(const std::string& path) { return path.find_last_of("/\\"); }
+
 std::string suffixOf(const std::string& path) {
     const size_t dot = path.rfind('.');
-    const size_t slash = path.find_last_of("/\\");
+    const size_t slash = lastSeparator(path);
     if (dot == std::string::npos || (slash != std::string::npos && dot < slash)) return std::string();
     return path.substr(dot);
 }
@@ -561,7 +563,7 @@ void write(const std::string& path, const std::vector<Frame>& frames) {
         if (earliest < 0 || f.time < earliest) earliest = f.time;
     }
     // Same suffix, so that the temporary file is written in the same format.
-    const size_t slash = path.find_last_of("/\\");
+    const size_t slash = lastSeparator(path);
     const std::string dir = slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
     const std::string temporary = dir + ".part-" + path.substr(dir.size());
     try {

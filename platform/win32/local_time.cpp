@@ -26,15 +26,12 @@ bool localTime(std::time_t t, std::tm& out) {
 }
 
 bool timeOfLocal(std::tm& local, std::time_t& out) {
-    int cycles = 0;
-    while (local.tm_year > kLastYear) {
-        local.tm_year -= 400;
-        ++cycles;
-    }
+    const int cycles = local.tm_year > kLastYear ? (local.tm_year - kLastYear + 399) / 400 : 0;
+    local.tm_year -= 400 * cycles;
     const __time64_t t = _mktime64(&local);
     local.tm_year += 400 * cycles;
     if (t == -1) return false;
-    out = static_cast<std::time_t>(t + cycles * kCycleSeconds);
+    out = static_cast<std::time_t>(t + static_cast<long long>(cycles) * kCycleSeconds);
     return true;
 }
 

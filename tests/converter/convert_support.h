@@ -10,6 +10,7 @@
 #include <map>
 #include <string>
 
+#include "converter/package.h"
 #include "host/vars/system_variate.h"
 #include "test_support.h"
 
@@ -44,6 +45,16 @@ inline void expectGolden(const std::string& actual, const std::string& goldenPat
     EXPECT_EQ(actual, expected) << "the converted text differs from " << goldenPath
                                 << "; if the change is intended, regenerate with RUVO_UPDATE_GOLDEN=1 "
                                    "out/bin/converter_tests";
+}
+
+// A package request for the applet "App" below `dir`, with no templates.
+inline conv::PackageRequest requestFor(const testing_support::TempDir& dir) {
+    conv::PackageRequest r;
+    r.appletName = "App";
+    r.mainPort = "mainRun";
+    r.codePath = dir.file("App_code");
+    r.templateDir = dir.file("no_templates");
+    return r;
 }
 
 // A file for the packaging tests, its directories made.

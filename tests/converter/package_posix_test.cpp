@@ -16,15 +16,7 @@ using testing_support::slurp;
 using testing_support::TempDir;
 using convert_test::put;
 using convert_test::snapshot;
-
-conv::PackageRequest requestFor(const TempDir& dir) {
-    conv::PackageRequest r;
-    r.appletName = "App";
-    r.mainPort = "mainRun";
-    r.codePath = dir.file("App_code");
-    r.templateDir = dir.file("no_templates");
-    return r;
-}
+using convert_test::requestFor;
 
 TEST(Package, LinksAreNeverFollowedOutOfTheTarget) {
     TempDir dir;
